@@ -1,0 +1,428 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+//
+// A programme to its decoders, beside tsdemux; a multiplex to a recording, beside
+// libavformat. All are fed the same stream in blocks of 64 KiB, from memory or
+// from a file in the page cache, and what they give is taken and dropped.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <gst/gst.h>
+#include <poll.h>
+#include <pthread.h>
+#include <qel/device.h>
+#include <qel/receiver.h>
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#ifdef HAVE_AVFORMAT
+extern "C" {
+#include <libavformat/avformat.h>
+}
+#endif
+
+#include "common/unique_fd.h"
+#include "tests/support/ts_builder.h"
+
+namespace {
+
+using stream::Bytes;
+using stream::operator+=;
+
+constexpr std::size_t kBlock = 64 * 1024;
+constexpr unsigned kFirstPid = 0x100;
+constexpr unsigned kPidsOfService = 3;  // video with PCR, two of sound
+constexpr unsigned kFramesPerSecond = 50;
+
+// --- Streams -----------------------------------------------------------------
+
+Bytes be16(unsigned value) {
+  return {static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)};
+}
+
+unsigned pid_of(unsigned service, unsigned index) {
+  return kFirstPid + service * kPidsOfService + index;
+}
+
+Bytes pat(unsigned services) {
+  Bytes payload;
+  for (unsigned i = 0; i < services; i++) payload += stream::join({be16(i + 1), be16(0xE020 + i)});
+  return stream::table_section({.table_id = 0, .extension = 1}, payload);
+}
+
+Bytes pmt(unsigned service) {
+  Bytes payload = stream::join({be16(0xE000 | pid_of(service, 0)), be16(0xF000)});
+  for (unsigned i = 0; i < kPidsOfService; i++) {
+    const std::uint8_t type = i == 0 ? 0x1B : 0x03;  // H.264, MPEG sound
+    payload += stream::join({{type}, be16(0xE000 | pid_of(service, i)), be16(0xF000)});
+  }
+  return stream::table_section(
+      {.table_id = 2, .extension = static_cast<std::uint16_t>(service + 1)}, payload);
+}
+
+/// `seconds` of `services` with pictures of `picture` bytes and sound of 192 kbit/s.
+Bytes make_stream(unsigned services, unsigned seconds, std::size_t picture) {
+  stream::Multiplex mux;
+  Bytes all;
+  for (unsigned frame = 0; frame < seconds * kFramesPerSecond; frame++) {
+    const std::uint64_t stamp = 90000 + frame * 90000ULL / kFramesPerSecond;
+    if (frame % 5 == 0) all += mux.sections(0, {pat(services)});
+    for (unsigned service = 0; service < services; service++) {
+      if (frame % 5 == 0) all += mux.sections(0x20 + service, {pmt(service)});
+      all += mux.packet(pid_of(service, 0), {},
+                        {.pcr = static_cast<std::int64_t>((stamp - 45000) * 300)});
+      all += mux.unit(pid_of(service, 0), stream::pes_with_pts(0xE0, stamp, picture, false));
+      for (unsigned i = 1; i < kPidsOfService; i++)
+        all += mux.unit(pid_of(service, i), stream::pes_with_pts(0xC0, stamp, 480));
+    }
+  }
+  return all;
+}
+
+/// One programme of 12 Mbit/s.
+const Bytes& programme() {
+  static const Bytes bytes = make_stream(1, 60, 30000);
+  return bytes;
+}
+
+/// Twenty of 3 Mbit/s.
+const Bytes& multiplex() {
+  static const Bytes bytes = make_stream(20, 12, 7500);
+  return bytes;
+}
+
+template <typename Feed>
+void feed_blocks(const Bytes& bytes, Feed&& feed) {
+  for (std::size_t at = 0; at < bytes.size(); at += kBlock)
+    feed(bytes.data() + at, std::min(kBlock, bytes.size() - at));
+}
+
+void report(benchmark::State& state, const Bytes& bytes) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes.size()));
+}
+
+// --- A programme to its decoders ---------------------------------------------
+
+/// What takes the bytes of the decoder ports, in a thread of its own.
+class Ports {
+ public:
+  Ports() {
+    for (std::size_t i = 0; i < fds_.size(); i++)
+      fds_[i] = {
+          .fd = qel_device_open(kNames[i], O_RDONLY | O_NONBLOCK), .events = POLLIN, .revents = 0};
+    thread_ = std::thread([this] { run(); });
+  }
+  ~Ports() {
+    for (std::size_t i = 0; i < fds_.size(); i++) qel_device_close(kNames[i], fds_[i].fd);
+  }
+  Ports(const Ports&) = delete;
+  Ports& operator=(const Ports&) = delete;
+
+  /// Once everything was fed: the number of bytes that came.
+  std::size_t finish() {
+    fed_ = true;
+    thread_.join();
+    return bytes_;
+  }
+
+ private:
+  static constexpr const char* kNames[] = {"vdec0", "adec0", "adec1"};
+
+  void run() {
+    pthread_setname_np(pthread_self(), "ports");
+    for (bool last = false; !last;) {
+      last = fed_;  // asked first: what came until then is read below
+      poll(fds_.data(), fds_.size(), 1);
+      for (const pollfd& entry : fds_) read_all(entry.fd);
+    }
+  }
+  void read_all(int fd) {
+    for (ssize_t count = 0; (count = qel_device_read(fd, buffer_.data(), buffer_.size())) > 0;)
+      bytes_ += static_cast<std::size_t>(count);
+  }
+
+  std::array<pollfd, 3> fds_{};
+  std::vector<std::uint8_t> buffer_ = std::vector<std::uint8_t>(kBlock);
+  std::size_t bytes_ = 0;  // the thread's until it is joined
+  std::atomic<bool> fed_{false};
+  std::thread thread_;
+};
+
+GstElement* make_vantrel() {
+  GstElement* element = gst_element_factory_make("vantrel", nullptr);
+  if (element == nullptr) g_error("the element is not to be found: is GST_PLUGIN_PATH set?");
+  g_object_set(element, "demux-type", 1U, "pids", "video:256:3/audio:257:6/pcr:256:0", "ad-pid",
+               kFirstPid + 2, nullptr);
+  return element;
+}
+
+std::size_t g_taken = 0;
+
+GstFlowReturn drop_buffer(GstPad*, GstObject*, GstBuffer* buffer) {
+  g_taken += gst_buffer_get_size(buffer);
+  gst_buffer_unref(buffer);
+  return GST_FLOW_OK;
+}
+
+std::atomic<bool> g_drained{false};
+
+gboolean drop_event(GstPad*, GstObject*, GstEvent* event) {
+  if (GST_EVENT_TYPE(event) == GST_EVENT_EOS) g_drained = true;
+  gst_event_unref(event);
+  return TRUE;
+}
+
+/// A pad that drops what it gets behind each pad of tsdemux's.
+void link_drain(GstElement*, GstPad* pad, gpointer) {
+  GstPad* drain = gst_pad_new(nullptr, GST_PAD_SINK);
+  gst_pad_set_chain_function(drain, drop_buffer);
+  gst_pad_set_event_function(drain, drop_event);
+  gst_pad_set_active(drain, TRUE);
+  gst_pad_link(pad, drain);
+  g_object_set_data_full(G_OBJECT(pad), "drain", gst_object_ref_sink(drain), gst_object_unref);
+}
+
+GstElement* make_tsdemux() {
+  GstElement* element = gst_element_factory_make("tsdemux", nullptr);
+  if (element == nullptr) g_error("tsdemux is not to be found");
+  g_signal_connect(element, "pad-added", G_CALLBACK(link_drain), nullptr);
+  return element;
+}
+
+/// To PLAYING; playback programs video when its decoder is named.
+void start(GstElement* top, GstElement* element) {
+  gst_element_set_state(top, GST_STATE_PAUSED);
+  if (g_object_class_find_property(G_OBJECT_GET_CLASS(element), "videodec-device") != nullptr)
+    g_object_set(element, "videodec-device", "vdec0", nullptr);
+  gst_element_set_state(top, GST_STATE_PLAYING);
+}
+
+/// Pushes the programme into an element that is PLAYING by itself.
+void play_from_memory(GstElement* element) {
+  gst_object_ref_sink(element);
+  GstPad* source = gst_pad_new("src", GST_PAD_SRC);
+  gst_pad_set_active(source, TRUE);
+  GstPad* sink = gst_element_get_static_pad(element, "sink");
+  gst_pad_link(source, sink);
+  start(element, element);
+  gst_pad_push_event(source, gst_event_new_stream_start("bench"));
+  gst_pad_push_event(source, gst_event_new_caps(gst_caps_new_simple(
+                                 "video/mpegts", "systemstream", G_TYPE_BOOLEAN, TRUE, nullptr)));
+  GstSegment segment;
+  gst_segment_init(&segment, GST_FORMAT_BYTES);
+  gst_pad_push_event(source, gst_event_new_segment(&segment));
+  feed_blocks(programme(), [&](const std::uint8_t* data, std::size_t size) {
+    gst_pad_push(source, gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY,
+                                                     const_cast<std::uint8_t*>(data), size, 0, size,
+                                                     nullptr, nullptr));
+  });
+  gst_pad_push_event(source, gst_event_new_eos());
+  gst_object_unref(sink);
+  gst_object_unref(source);
+}
+
+std::string write_programme() {
+  g_autofree gchar* name = nullptr;
+  const vantrel::UniqueFD file(g_file_open_tmp("programme-XXXXXX", &name, nullptr));
+  std::ofstream(name, std::ios::binary)
+      .write(reinterpret_cast<const char*>(programme().data()),
+             static_cast<std::streamsize>(programme().size()));
+  return name;
+}
+
+const std::string& programme_file() {
+  static const std::string name = [] {
+    std::atexit([] { std::remove(programme_file().c_str()); });
+    return write_programme();
+  }();
+  return name;
+}
+
+GstPadProbeReturn note_end(GstPad*, GstPadProbeInfo* info, gpointer ended) {
+  if (GST_EVENT_TYPE(gst_pad_probe_info_get_event(info)) == GST_EVENT_EOS)
+    *static_cast<std::atomic<bool>*>(ended) = true;
+  return GST_PAD_PROBE_OK;
+}
+
+/// filesrc in front of the element, until the end has come.
+void play_from_file(GstElement* element) {
+  g_drained = false;
+  GstElement* pipeline = gst_pipeline_new(nullptr);
+  GstElement* file = gst_element_factory_make("filesrc", nullptr);
+  g_object_set(file, "location", programme_file().c_str(), "blocksize", guint{kBlock}, nullptr);
+  gst_bin_add_many(GST_BIN(pipeline), file, element, nullptr);
+  gst_element_link(file, element);
+  std::atomic<bool> ended{false};
+  GstPad* sink = gst_element_get_static_pad(element, "sink");
+  gst_pad_add_probe(sink, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, note_end, &ended, nullptr);
+  gst_object_unref(sink);
+  start(pipeline, element);
+  // tsdemux reads the file itself; its end is seen behind it.
+  while (!ended && !g_drained) g_usleep(200);
+  // Ends once the push of EOS has returned: with the readers' work done.
+  gst_element_set_state(file, GST_STATE_NULL);
+  gst_object_ref(element);
+  gst_element_set_state(pipeline, GST_STATE_NULL);
+  gst_object_unref(pipeline);
+}
+
+void stop(GstElement* element) {
+  gst_element_set_state(element, GST_STATE_NULL);
+  gst_object_unref(element);
+}
+
+template <void play(GstElement*)>
+void BM_PlayVantrel(benchmark::State& state) {
+  for (auto _ : state) {
+    GstElement* element = make_vantrel();
+    Ports ports;
+    play(element);
+    const std::size_t taken = ports.finish();
+    stop(element);
+    if (taken < programme().size() * 9 / 10) state.SkipWithError("bytes are missing");
+  }
+  report(state, programme());
+}
+
+template <void play(GstElement*)>
+void BM_PlayTsdemux(benchmark::State& state) {
+  for (auto _ : state) {
+    g_taken = 0;
+    GstElement* element = make_tsdemux();
+    play(element);
+    stop(element);
+    if (g_taken < programme().size() * 9 / 10) state.SkipWithError("bytes are missing");
+  }
+  report(state, programme());
+}
+
+// --- A multiplex to a recording ----------------------------------------------
+
+/// Entries of "pids" for the PIDs of the first services.
+std::string pids_of(unsigned services) {
+  std::string pids;
+  for (unsigned service = 0; service < services; service++)
+    for (unsigned i = 0; i < kPidsOfService; i++)
+      pids += (i == 0 ? "video:" : "audio:") + std::to_string(pid_of(service, i)) +
+              (i == 0 ? ":3/" : ":6/");
+  return pids;
+}
+
+std::size_t packets_of(unsigned services) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; at < multiplex().size(); at += stream::kPacketSize) {
+    const unsigned pid = (multiplex()[at + 1] << 8 | multiplex()[at + 2]) & 0x1FFF;
+    count += pid >= kFirstPid && pid < pid_of(services, 0) ? 1 : 0;
+  }
+  return count;
+}
+
+std::size_t read_all(int fd, std::vector<std::uint8_t>& buffer) {
+  std::size_t sum = 0;
+  for (ssize_t count = 0; (count = qel_device_read(fd, buffer.data(), buffer.size())) > 0;)
+    sum += static_cast<std::size_t>(count);
+  return sum;
+}
+
+/// Feeds and reads in one thread, as libavformat does.
+void BM_Record(benchmark::State& state) {
+  const auto services = static_cast<unsigned>(state.range(0)) / kPidsOfService;
+  const std::size_t expected = packets_of(services) * stream::kPacketSize;
+  GstElement* element = gst_element_factory_make("vantrel", nullptr);
+  gst_object_ref_sink(element);
+  g_object_set(element, "demux-type", 2U, "pids", pids_of(services).c_str(), nullptr);
+  gst_element_set_state(element, GST_STATE_PLAYING);
+  const int fd = qel_device_open("qel_dvr0", O_RDONLY | O_NONBLOCK);
+  std::vector<std::uint8_t> buffer(kBlock);
+  for (auto _ : state) {
+    std::size_t taken = 0;
+    qel_receiver_set_flushing(0, DMX_IN_FRONTEND, 1);
+    qel_receiver_set_flushing(0, DMX_IN_FRONTEND, 0);
+    feed_blocks(multiplex(), [&](const std::uint8_t* data, std::size_t size) {
+      qel_receiver_feed(0, DMX_IN_FRONTEND, data, size);
+      taken += read_all(fd, buffer);
+    });
+    if (taken != expected) state.SkipWithError("packets are missing");
+  }
+  report(state, multiplex());
+  stop(element);
+  qel_device_close("qel_dvr0", fd);
+}
+
+#ifdef HAVE_AVFORMAT
+
+struct Position {
+  std::size_t at = 0;
+};
+
+int read_some(void* opaque, std::uint8_t* buffer, int size) {
+  auto* position = static_cast<Position*>(opaque);
+  const std::size_t count =
+      std::min(static_cast<std::size_t>(size), multiplex().size() - position->at);
+  if (count == 0) return AVERROR_EOF;
+  std::copy_n(multiplex().begin() + static_cast<std::ptrdiff_t>(position->at), count, buffer);
+  position->at += count;
+  return static_cast<int>(count);
+}
+
+/// Every packet of every stream, not parsed.
+void BM_RecordAvformat(benchmark::State& state) {
+  for (auto _ : state) {
+    Position position;
+    AVFormatContext* context = avformat_alloc_context();
+    auto* buffer = static_cast<std::uint8_t*>(av_malloc(kBlock));
+    context->pb = avio_alloc_context(buffer, kBlock, 0, &position, read_some, nullptr, nullptr);
+    context->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+    if (avformat_open_input(&context, nullptr, av_find_input_format("mpegts"), nullptr) < 0) {
+      state.SkipWithError("libavformat does not open the stream");
+      return;
+    }
+    std::size_t taken = 0;
+    AVPacket* packet = av_packet_alloc();
+    for (; av_read_frame(context, packet) >= 0; av_packet_unref(packet))
+      taken += static_cast<std::size_t>(packet->size);
+    av_packet_free(&packet);
+    av_freep(&context->pb->buffer);
+    avio_context_free(&context->pb);
+    avformat_close_input(&context);
+    if (taken < multiplex().size() * 8 / 10) state.SkipWithError("bytes are missing");
+  }
+  report(state, multiplex());
+}
+BENCHMARK(BM_RecordAvformat)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+#endif
+
+BENCHMARK(BM_PlayVantrel<play_from_memory>)
+    ->Name("PlayMemory/vantrel")
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlayTsdemux<play_from_memory>)
+    ->Name("PlayMemory/tsdemux")
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlayVantrel<play_from_file>)
+    ->Name("PlayFile/vantrel")
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PlayTsdemux<play_from_file>)
+    ->Name("PlayFile/tsdemux")
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Record)->Arg(3)->Arg(60)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  setenv("QEL_PACE", "none", 1);
+  gst_init(&argc, &argv);
+  benchmark::Initialize(&argc, argv);
+  programme_file();
+  multiplex();
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "platform/receiver/ring.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace qel::receiver {
+namespace {
+
+/// Bytes from which on letting go of a lock is worth what it costs.
+constexpr std::size_t kLongCopy = 8 * 1024;
+
+/// An event descriptor above 0, which callers take for "no descriptor".
+vantrel::UniqueFD make_event() {
+  vantrel::UniqueFD event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (event.get() == 0) return vantrel::UniqueFD(fcntl(event.get(), F_DUPFD_CLOEXEC, 3));
+  return event;
+}
+
+}  // namespace
+
+Ring::Ring(Shape shape, std::size_t size) : shape_(shape), event_(make_event()), size_(size) {}
+
+void Ring::rollback() {
+  const std::size_t length = static_cast<std::size_t>(produced_ - committed_);
+  write_ = write_ >= length ? write_ - length : write_ + memory_.size() - length;
+  produced_ = committed_;
+}
+
+void Ring::overflow() {
+  rollback();
+  ++counters_.dropped;
+  if (overflowed_) return;
+  overflowed_ = true;
+  overflowed_at_ = committed_;
+}
+
+bool Ring::put(const std::uint8_t* data, std::size_t count) {
+  if (!has_room(count)) {
+    overflow();
+    return false;
+  }
+  append(data, count);
+  commit();
+  return true;
+}
+
+void Ring::publish() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (restarted_) read_ = 0;
+  restarted_ = false;
+  if (committed_ != published_) {
+    available_ += static_cast<std::size_t>(committed_ - published_);
+    published_ = committed_;
+    for (const std::uint32_t length : lengths_to_publish_) lengths_.push(length);
+    lengths_to_publish_.clear();
+    ended_ = false;
+  }
+  if (overflowed_) mark_overflow(overflowed_at_);
+  overflowed_ = false;
+  signal();
+  data_.notify_all();
+}
+
+int Ring::allocate(std::size_t size) {
+  constexpr std::size_t kAlignment = 64;
+  Mapping memory((size + kAlignment - 1) / kAlignment * kAlignment);
+  if (!memory.bytes()) return -ENOMEM;
+  std::unique_lock<std::mutex> lock(mutex_);
+  wait_for_copy(lock);
+  forget();
+  memory_ = std::move(memory);
+  size_ = size;
+  exists_ = true;
+  return 0;
+}
+
+int Ring::ensure_allocated() { return memory_.bytes() ? 0 : allocate(size_); }
+
+void Ring::set_shape(Shape shape) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  shape_ = shape;
+}
+
+void Ring::discard() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  wait_for_copy(lock);
+  forget();
+}
+
+void Ring::wait_for_copy(std::unique_lock<std::mutex>& lock) {
+  copied_.wait(lock, [this] { return !copying_; });
+}
+
+void Ring::forget() {
+  committed_ = published_ = produced_;
+  lengths_to_publish_.clear();
+  write_ = 0;
+  restarted_ = overflowed_ = false;
+  consumed_.store(produced_, std::memory_order_release);
+  read_ = available_ = left_ = 0;
+  lengths_.clear();
+  overflow_waits_ = timed_out_ = false;
+  ++releases_;
+  signal();
+  room_.notify_all();
+}
+
+void Ring::reset_counters() {
+  counters_ = {};
+  const std::lock_guard<std::mutex> lock(mutex_);
+  overflows_ = 0;
+}
+
+bool Ring::wait_until_read(std::unique_lock<FairMutex>& demux, std::uint64_t target,
+                           std::chrono::steady_clock::duration limit) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  const std::uint64_t releases = releases_;
+  // Both locks are held here: a release that comes now finds the wait begun.
+  demux.unlock();
+  const bool done = room_.wait_for(lock, limit, [&] {
+    return closed_ || releases_ != releases || consumed_.load(std::memory_order_relaxed) >= target;
+  });
+  lock.unlock();
+  demux.lock();
+  return done;
+}
+
+ssize_t Ring::read(void* buffer, std::size_t size, bool blocking) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  for (;;) {
+    wait_for_copy(lock);
+    if (closed_) return -EBADF;
+    if (size == 0 || !exists_) return 0;
+    if (overflow_due()) {
+      overflow_waits_ = false;
+      ++overflows_;
+      signal();
+      return -EOVERFLOW;
+    }
+    if (available_ > 0) return static_cast<ssize_t>(take(buffer, size, lock));
+    if (timed_out_) {
+      timed_out_ = false;
+      signal();
+      return -ETIMEDOUT;
+    }
+    if (ended_) return 0;
+    if (!blocking) return -EAGAIN;
+    data_.wait(lock);
+  }
+}
+
+/// A long copy is made without the lock: who publishes meanwhile does not wait.
+std::size_t Ring::take(void* buffer, std::size_t size, std::unique_lock<std::mutex>& lock) {
+  std::size_t count = std::min(size, available_);
+  if (shape_ == Shape::kRecords) {
+    if (left_ == 0) left_ = lengths_.pop();
+    count = std::min(count, left_);
+    left_ -= count;
+  } else if (overflow_waits_) {
+    const std::uint64_t before = overflow_at_ - consumed_.load(std::memory_order_relaxed);
+    count = static_cast<std::size_t>(std::min<std::uint64_t>(count, before));
+  }
+  const bool unlocked = count >= kLongCopy;
+  copying_ = unlocked;
+  if (unlocked) lock.unlock();
+  copy_out(static_cast<std::uint8_t*>(buffer), count);
+  if (unlocked) lock.lock();
+  if (std::exchange(copying_, false)) copied_.notify_all();
+  read_ += count;
+  if (read_ >= memory_.size()) read_ -= memory_.size();
+  available_ -= count;
+  consumed_.fetch_add(count, std::memory_order_release);
+  signal();
+  room_.notify_all();
+  return count;
+}
+
+void Ring::copy_out(std::uint8_t* buffer, std::size_t count) const {
+  const std::size_t first = std::min(count, memory_.size() - read_);
+  std::memcpy(buffer, memory_.bytes() + read_, first);
+  if (first < count) std::memcpy(buffer + first, memory_.bytes(), count - first);
+}
+
+std::size_t Ring::available() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return available_;
+}
+
+std::uint64_t Ring::overflows() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return overflows_;
+}
+
+// The error comes after what was whole when the first record was dropped;
+// further drops until then are told with it.
+void Ring::mark_overflow(std::uint64_t position) {
+  if (overflow_waits_) return;
+  overflow_waits_ = true;
+  overflow_at_ = position;
+}
+
+bool Ring::overflow_due() const {
+  return overflow_waits_ && consumed_.load(std::memory_order_relaxed) == overflow_at_;
+}
+
+void Ring::force_overflow() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (!exists_) return;  // reads give 0, whatever is marked
+  mark_overflow(consumed_.load(std::memory_order_relaxed) + available_);
+  signal();
+  data_.notify_all();
+}
+
+void Ring::time_out() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  timed_out_ = true;
+  signal();
+  data_.notify_all();
+}
+
+void Ring::end() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  ended_ = true;
+  signal();
+  data_.notify_all();
+}
+
+void Ring::close() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  closed_ = true;
+  signal();
+  data_.notify_all();
+  room_.notify_all();
+}
+
+void Ring::release() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  ++releases_;
+  room_.notify_all();
+}
+
+void Ring::signal() {
+  const bool readable = available_ > 0 || overflow_waits_ || timed_out_ || ended_ || closed_;
+  if (readable == signalled_) return;
+  signalled_ = readable;
+  eventfd_t value;
+  if (readable) {
+    eventfd_write(event_.get(), 1);
+  } else {
+    eventfd_read(event_.get(), &value);
+  }
+}
+
+}  // namespace qel::receiver

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "platform/receiver/feeder.h"
+
+namespace qel::receiver {
+
+namespace state = pid_state;
+
+namespace {
+
+constexpr std::size_t kAhead = 16 * kPacketSize;  // bytes between use and prefetch
+constexpr std::uint32_t kSyncAndError = 0xff800000;
+constexpr std::uint32_t kSyncWithoutError = 0x47000000;
+constexpr std::uint32_t kSyncBits = 0xff000000;
+constexpr std::uint32_t kScrambledOrAdaptation = 0xe0;
+
+/// Zero if the packet brings nothing new: the counter is the one expected, it
+/// has a payload, and nobody wants it.
+inline std::uint64_t news(std::uint32_t header, std::uint64_t pid) {
+  return ((header ^ pid) & ~(pid >> state::kIgnoreShift) & state::kCompared) |
+         (pid & state::kWanted);
+}
+
+inline std::uint64_t counted(std::uint64_t pid, std::uint32_t header) {
+  constexpr std::uint64_t kReplaced = state::kCounter | state::kRepeated;
+  return ((pid + state::kOnePacket) & ~kReplaced) | ((header + 1) & state::kCounter);
+}
+
+}  // namespace
+
+/// One more packet of a PID that one filter wants, and nothing in it but payload:
+/// most of what is wanted. False where it has to be looked at.
+inline bool Feeder::quick(const std::uint8_t* data) {
+  const Packet packet(data);
+  const Route* route = input_.pids.route(packet.pid());
+  return route && route->only && to_only(packet, *route);
+}
+
+/// Goes through up to `count` packets that follow each other in sync. Gives
+/// the number it got through: fewer where a sync byte is missing, or where
+/// the call was cancelled.
+std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
+  const std::size_t stride = input_.sync.stride();
+  std::uint64_t* const states = input_.pids.states();
+  std::uint64_t scrambled = 0;
+  std::size_t done = 0;
+  for (; done < count; ++done, data += stride) {
+    __builtin_prefetch(data + kAhead);
+    const std::uint32_t header = load_be32(data);
+    if ((header & kSyncAndError) != kSyncWithoutError) {
+      if ((header & kSyncBits) != kSyncWithoutError) break;
+      ++input_.counters.transport_errors;
+      continue;
+    }
+    std::uint64_t& pid = states[(header >> 8) & 0x1fff];
+    const std::uint64_t new_in_it = news(header, pid);
+    if ((new_in_it | (header & input_.wanted_bits)) == 0) {
+      pid = counted(pid, header);
+      scrambled += (header & 0xc0) != 0;
+    } else if (new_in_it == state::kWanted &&
+               (header & (kScrambledOrAdaptation | input_.wanted_bits)) == 0 && quick(data)) {
+      pid = counted(pid, header);
+    } else if (!look_at(data)) {
+      break;
+    }
+  }
+  input_.counters.packets += done;
+  input_.counters.scrambled += scrambled;
+  return done;
+}
+
+/// A packet that is not just one more of its PID. False: the call is cancelled.
+bool Feeder::look_at(const std::uint8_t* data) {
+  const Packet packet(data);
+  std::uint64_t& pid = input_.pids.states()[packet.pid()];
+  const Continuity continuity = follow(packet, pid);
+  if (packet.scrambled() && packet.has_payload()) ++input_.counters.scrambled;
+  const bool wanted = (pid & state::kWanted) || (load_be32(data) & input_.wanted_bits);
+  if (!wanted || continuity == Continuity::kRepeat) return true;
+  return dispatch(packet, continuity == Continuity::kLost);
+}
+
+Feeder::Continuity Feeder::follow(const Packet& packet, std::uint64_t& pid) {
+  const bool announced = packet.discontinuity();
+  const std::uint64_t next = (packet.counter() + 1) & state::kCounter;
+  pid += state::kOnePacket;
+  if ((pid >> state::kIgnoreShift & state::kCompared) == state::kCompared) {
+    return Continuity::kInOrder;
+  }
+  // Without a payload the counter stands still.
+  if (!packet.has_payload() && !announced) return Continuity::kInOrder;
+
+  const bool known = pid & state::kKnown;
+  const std::uint64_t expected = pid & state::kCounter;
+  if (known && !announced && next == expected && !(pid & state::kRepeated)) {
+    pid |= state::kRepeated;
+    ++input_.counters.repeated;
+    return Continuity::kRepeat;
+  }
+  pid = (pid & ~(state::kCounter | state::kRepeated)) | state::kKnown | next;
+  if (!known || !packet.has_payload() || packet.counter() == expected) return Continuity::kInOrder;
+  if (!announced) {
+    ++input_.counters.discontinuities;
+    ++input_.pids.rare(packet.pid()).discontinuities;
+  }
+  return Continuity::kLost;
+}
+
+}  // namespace qel::receiver

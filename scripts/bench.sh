@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: LGPL-2.1-or-later
+#
+# Builds for release, measures everything in one run and prints the figures side
+# by side. Wants an idle machine. Details stay in build-bench/results/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/setup.sh
+[ -e build-bench/build.ninja ] ||
+  meson setup build-bench --buildtype=release -Dbenchmarks=true -Dtests=false
+meson compile -C build-bench
+
+results=$PWD/build-bench/results
+mkdir -p "$results"
+export GST_PLUGIN_PATH=$PWD/build-bench/plugin:$PWD/build-bench/softdec
+export GST_REGISTRY=$results/registry.bin
+
+measure() { # NAME PROGRAM
+  echo "measuring: $1"
+  "build-bench/benchmarks/$2" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+    --benchmark_min_time=0.3 --benchmark_out="$results/$1.json" --benchmark_out_format=json \
+    >"$results/$1.txt" 2>&1
+}
+
+measure crc crc-bench
+measure section section-bench
+measure receiver receiver-bench
+measure stream stream-bench
+echo "measuring: response"
+build-bench/benchmarks/response >"$results/response.json"
+echo "measuring: pes"
+build-bench/benchmarks/pes-bench >"$results/pes.json"
+echo "measuring: watch (five minutes)"
+build-bench/benchmarks/watch 60 "$results" >"$results/watch.json"
+python3 benchmarks/report.py "$results"
+python3 benchmarks/scaling.py build-bench/benchmarks/scaling-worker

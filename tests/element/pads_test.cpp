@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "tests/element/decoder.h"
+#include "tests/element/harness.h"
+
+namespace vantrel::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+std::string current_caps(GstElement* element, const char* name) {
+  g_autoptr(GstPad) pad = gst_element_get_static_pad(element, name);
+  if (pad == nullptr) return "no pad";
+  g_autoptr(GstCaps) caps = gst_pad_get_current_caps(pad);
+  if (caps == nullptr) return "no caps";
+  return gst_structure_get_name(gst_caps_get_structure(caps, 0));
+}
+
+TEST(Pads, BelongToTheContentsThatHaveOne) {
+  Element element(DMX_TYPE_LIVE);
+  Log log;
+  element.set("pids", "video:1:3/audio:2:9/pcr:3:0/video-sub:4:4/subtitle:5:29/other:6:30");
+  element.set("ttx-pid", 7);
+  element.set("ad-pid", 8U);
+  element.go(GST_STATE_PAUSED);
+  EXPECT_EQ(g_list_length(element.get()->srcpads), 5U);
+  EXPECT_EQ(current_caps(element.get(), "video-src"), "video/x-hevc");  // the second video's
+  EXPECT_EQ(current_caps(element.get(), "audio-src"), "audio/x-ac3");
+  EXPECT_EQ(current_caps(element.get(), "subtitle-src"), "subpicture/x-dvb");
+  EXPECT_EQ(current_caps(element.get(), "teletext-src"), "private/teletext");
+  EXPECT_EQ(current_caps(element.get(), "audio-description-src"), "audio/x-ac3");
+  EXPECT_TRUE(log.has("Unknown pad content 4"));
+  EXPECT_TRUE(log.has("Unknown pad content 7"));
+}
+
+TEST(Pads, KeepTheirCapsWhenTheCodecChanges) {
+  Element element(DMX_TYPE_LIVE);
+  element.go(GST_STATE_PLAYING);
+  element.set("pids", "video:1:3");
+  element.set("pids", "video:2:4");
+  EXPECT_EQ(current_caps(element.get(), "video-src"), "video/x-h264");
+  EXPECT_EQ(element.get_string("pids"), "video:2/");
+}
+
+/// Runs `act` the first time that a pad is added.
+void on_first_pad(Element& element, std::function<void()>* act) {
+  g_signal_connect(element.get(), "pad-added",
+                   G_CALLBACK(+[](GstElement*, GstPad*, std::function<void()>* once) {
+                     if (const auto run = std::exchange(*once, nullptr)) run();
+                   }),
+                   act);
+}
+
+TEST(Pads, AreMadeForAllStreamsThoughHandlersAddAndRemoveSome) {
+  Element element(DMX_TYPE_LIVE);
+  element.set("pids", "subtitle:1:29/video:2:2/pcr:3:0");
+  std::function<void()> act = [&] {
+    element.set("sub-pid", -1);
+    element.set("apid", 4U);
+  };
+  on_first_pad(element, &act);
+  element.go(GST_STATE_PAUSED);
+  EXPECT_EQ(current_caps(element.get(), "video-src"), "video/mpeg");
+  EXPECT_EQ(current_caps(element.get(), "audio-src"), "audio/x-ac3");
+  EXPECT_EQ(open_nodes(0), 3);
+}
+
+TEST(Pads, OfTheRecorderAreAnnouncedInEveryRun) {
+  Element element(DMX_TYPE_DTV_RECORD);
+  Upstream upstream(element.get());
+  element.go(GST_STATE_PAUSED);
+  Decoder recorder;
+  ASSERT_TRUE(recorder.link(element.get(), "spts_src"));
+  element.go(GST_STATE_READY);
+  recorder.take();
+  element.go(GST_STATE_PAUSED);
+  EXPECT_EQ(current_caps(element.get(), "spts_src"), "video/mpegts");
+  EXPECT_EQ(recorder.take(), (Lines{"stream-start", "caps"}));
+  upstream.send(gst_event_new_stream_start("next"));
+  EXPECT_EQ(recorder.take(), Lines{"stream-start"});
+}
+
+/// A decoder that links in "pad-added", one that links later, and one that
+/// links while the element plays all get the same.
+TEST(Pads, TellLateDecodersWhatTheyMissed) {
+  Element element(DMX_TYPE_LIVE);
+  Upstream upstream(element.get());
+  Decoder early;
+  Decoder late;
+  g_signal_connect(element.get(), "pad-added",
+                   G_CALLBACK(+[](GstElement* source, GstPad* pad, gpointer decoder) {
+                     if (!g_str_equal(GST_PAD_NAME(pad), "video-src")) return;
+                     EXPECT_TRUE(static_cast<Decoder*>(decoder)->link(source, "video-src"));
+                   }),
+                   &early);
+  element.set("pids", "video:1:3/audio:2:9");
+  element.go(GST_STATE_PLAYING);
+  EXPECT_TRUE(late.link(element.get(), "audio-src"));
+  EXPECT_EQ(early.take(), (Lines{"stream-start", "caps"}));
+  EXPECT_EQ(late.take(), (Lines{"stream-start", "caps"}));
+  upstream.start_of_stream();
+  EXPECT_EQ(early.take(), (Lines{"stream-start", "segment"}));
+  EXPECT_EQ(late.take(), (Lines{"stream-start", "segment"}));
+  Decoder subtitle;
+  element.set("sub-pid", 3);
+  EXPECT_TRUE(subtitle.link(element.get(), "subtitle-src"));
+  EXPECT_EQ(subtitle.take(), (Lines{"stream-start", "caps", "segment"}));
+}
+
+TEST(Pads, AreUsedAgainByTheNextStarts) {
+  Element element(DMX_TYPE_LIVE);
+  element.set("videodec-device", "vdec0");
+  Decoder video;
+  Decoder audio;
+  const char* lists[] = {"video:1:3/audio:2:9/pcr:3:0", "video:4:2/audio:5:6/pcr:6:0",
+                         "audio:7:9/video:8:4/pcr:8:0"};
+  std::vector<GstPad*> pads;
+  for (const char* list : lists) {
+    SCOPED_TRACE(list);
+    element.set("pids", list);
+    element.go(GST_STATE_PLAYING);
+    EXPECT_EQ(g_list_length(element.get()->srcpads), 2U);
+    EXPECT_EQ(open_nodes(0), 3);
+    if (pads.empty()) {
+      EXPECT_TRUE(video.link(element.get(), "video-src"));
+      EXPECT_TRUE(audio.link(element.get(), "audio-src"));
+    }
+    g_autoptr(GstPad) pad = gst_element_get_static_pad(element.get(), "video-src");
+    pads.push_back(pad);
+    EXPECT_EQ(pads.back(), pads.front());
+    const Lines events = video.take();
+    EXPECT_EQ(Lines(events.end() - 2, events.end()), (Lines{"stream-start", "caps"}));
+    element.go(GST_STATE_READY);
+    EXPECT_EQ(open_nodes(0), 0);
+  }
+}
+
+TEST(Pads, OfARemovedStreamGoAndComeBackUnderTheirName) {
+  Element element(DMX_TYPE_LIVE);
+  element.set("ad-pid", 9U);
+  element.set("sub-pid", 10);
+  element.go(GST_STATE_PLAYING);
+  Decoder decoder;
+  EXPECT_TRUE(decoder.link(element.get(), "audio-description-src"));
+  element.set("ad-mode", FALSE);
+  EXPECT_FALSE(gst_pad_is_linked(decoder.pad()));
+  EXPECT_EQ(current_caps(element.get(), "audio-description-src"), "no pad");
+  element.set("ad-pid", 9U);
+  EXPECT_EQ(current_caps(element.get(), "audio-description-src"), "audio/x-ac3");
+  element.set("sub-pid", -1);
+  EXPECT_EQ(current_caps(element.get(), "subtitle-src"), "no pad");
+}
+
+TEST(Pads, OfAFirstVideoThatGoesAreLostByTheSecond) {
+  Element element(DMX_TYPE_LIVE);
+  element.go(GST_STATE_PLAYING);
+  element.set("pids", "video:1:3/video-sub:2:4");
+  element.set("demux-type", 3U);
+  element.set("clear-pvr-record", 1U);
+  EXPECT_EQ(element.get()->srcpads, nullptr);
+  EXPECT_FALSE(element.state()->streams[0]->pad);
+  element.set("clear-pvr-record", 2U);
+  EXPECT_EQ(open_nodes(0), 0);
+}
+
+TEST(Pads, ADecoderThatRefusesCapsDisturbsNobody) {
+  Element element(DMX_TYPE_LIVE);
+  Decoder video;
+  video.answer([](GstEvent* event) -> gboolean { return GST_EVENT_TYPE(event) != GST_EVENT_CAPS; });
+  element.set("vpid", 1U);
+  element.go(GST_STATE_PAUSED);
+  EXPECT_TRUE(video.link(element.get(), "video-src"));
+  element.go(GST_STATE_PLAYING);
+  element.set("video-codec-type", 1);
+  element.set("videodec-device", "vdec0");
+  element.set("video-codec-type", 1);
+  EXPECT_FALSE(video.take().empty());
+}
+
+}  // namespace
+}  // namespace vantrel::testing

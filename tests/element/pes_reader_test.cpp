@@ -1,0 +1,215 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <qel/device.h>
+#include <qel/receiver.h>
+
+#include <future>
+
+#include "plugin/lifecycle.h"
+#include "tests/element/harness.h"
+#include "tests/support/ts_builder.h"
+
+namespace vantrel::testing {
+namespace {
+
+/// PES packets of one PID, of sizes that fill packets in all ways.
+struct Subtitles {
+  explicit Subtitles(guint stream_pid) : pid(stream_pid) {}
+
+  std::string next(std::size_t payload) {
+    const stream::Bytes packet = stream::pes(0xBD, payload);
+    sent.push_back(stream::text(packet));
+    return stream::text(multiplex.unit(pid, packet));
+  }
+
+  guint pid;
+  stream::Multiplex multiplex;
+  std::vector<std::string> sent;
+};
+
+std::vector<std::string> received_on(Element& element, guint pid) {
+  std::vector<std::string> bytes;
+  for (const Delivery& delivery : element.deliveries())
+    if (delivery.pid == pid) bytes.push_back(delivery.bytes);
+  return bytes;
+}
+
+TEST(PesReader, DeliversSubtitlesAndTeletextWholeAndOnce) {
+  Element element;
+  element.set("sub-pid", 0x21);
+  element.set("ttx-pid", 0x22);
+  element.go(GST_STATE_PLAYING);
+  Subtitles subtitle(0x21);
+  Subtitles teletext(0x22);
+  for (const std::size_t size : {1U, 100U, 175U, 176U, 1000U, 20000U, 65000U}) {
+    element.feed(subtitle.next(size));
+    element.feed(teletext.next(size / 2 + 1));
+  }
+  ASSERT_TRUE(element.wait_for(14));
+  EXPECT_TRUE(received_on(element, 0x21) == subtitle.sent);
+  EXPECT_TRUE(received_on(element, 0x22) == teletext.sent);
+}
+
+TEST(PesReader, ReadsInTableOrder) {
+  Element element;
+  element.go(GST_STATE_PAUSED);
+  for (const gint pid : {0x31, 0x32, 0x33}) element.set("isdb-pid", pid);
+  element.go(GST_STATE_PLAYING);
+  Subtitles first(0x31), second(0x32), third(0x33);
+  std::promise<void> fed;  // an input has one feeder at a time
+  // Fed while the pass is at the last stream: the next one finds both readable.
+  element.on_delivery([&](const Delivery& delivery) {
+    if (delivery.pid != 0x33) return;
+    fed.get_future().wait();
+    element.feed(second.next(50) + first.next(50));
+  });
+  element.feed(third.next(50));
+  fed.set_value();
+  ASSERT_TRUE(element.wait_for(3));
+  EXPECT_EQ(element.deliveries()[1].pid, 0x31U);
+}
+
+TEST(PesReader, LogsEachStepOfAPass) {
+  Element element;
+  element.set("sub-pid", 0x21);
+  Log log;
+  element.go(GST_STATE_PLAYING);
+  element.feed(Subtitles(0x21).next(91));
+  std::set<std::string> missing = {
+      "3 vantrel_poll: [GST_VANTREL]Poll timeout 1000 u-seconds",
+      "3 vantrel_poll: [GST_VANTREL]Poll return 0 ",
+      "3 vantrel_poll: [GST_VANTREL]Poll return 1 ",
+      "3 vantrel_read_pes_filters: [GST_VANTREL]VANTREL_SIGNAL_PES_UPLOAD done count: 100, pid "
+      "33\n",
+  };
+  EXPECT_TRUE(eventually([&] {
+    for (const std::string& line : log.take({"vantrel_poll", "vantrel_read_pes_filters"}))
+      missing.erase(line);
+    return missing.empty();
+  })) << *missing.begin();
+}
+
+/// Filters are programmed for the first type, since those of a recording feed
+/// the record node; the second one counts when they are read.
+struct Pause {
+  DmxType programmed;
+  DmxType read;
+  bool delivers;
+};
+
+TEST(PesReader, DropsWhilePausedExceptWhenRecording) {
+  for (const Pause& row : {Pause{DMX_TYPE_LIVE, DMX_TYPE_LIVE, false},
+                           Pause{DMX_TYPE_PVR_PLAYBACK, DMX_TYPE_PVR_PLAYBACK, false},
+                           Pause{DMX_TYPE_LIVE, DMX_TYPE_DTV_RECORD, true},
+                           Pause{DMX_TYPE_PVR_PLAYBACK, DMX_TYPE_ATV_RECORD, false}}) {
+    SCOPED_TRACE(row.read);
+    Element element(row.programmed);
+    element.set("sub-pid", 0x21);
+    element.go(GST_STATE_PLAYING);
+    element.go(GST_STATE_PAUSED);
+    element.set("demux-type", guint{row.read});
+    Subtitles subtitle(0x21);
+    Log log;
+    element.feed(subtitle.next(91));
+    EXPECT_TRUE(eventually([&] {
+      return log.has("[GST_VANTREL]VANTREL_SIGNAL_PES_UPLOAD done count: 100, pid 33\n");
+    }));
+    EXPECT_EQ(element.delivered(), row.delivers ? 1U : 0U);
+    element.go(GST_STATE_PLAYING);
+    element.feed(subtitle.next(92));
+    ASSERT_TRUE(element.wait_for(row.delivers ? 2 : 1));
+    EXPECT_TRUE(element.deliveries().back().bytes == subtitle.sent[1]);
+  }
+}
+
+TEST(PesReader, EndsItsPassAtAStreamWithoutANode) {
+  Element element;
+  element.set("ttx-pid", 0x22);
+  element.go(GST_STATE_PLAYING);
+  Log log;
+  {
+    Faults faults("qel_demux0 open 1 EMFILE");
+    element.set("isdb-pid", 0x21);
+  }
+  element.set("isdb-pid", 0x23);
+  EXPECT_TRUE(
+      eventually([&] { return log.has("[GST_VANTREL]vantrel_read_pes_filters fd: -1\n"); }));
+  Subtitles teletext(0x22);
+  element.feed(teletext.next(10));
+  EXPECT_TRUE(element.wait_for(1));
+}
+
+TEST(PesHandler, MayChangeAndRemoveStreams) {
+  Element element;
+  element.set("sub-pid", 0x21);
+  element.go(GST_STATE_PLAYING);
+  std::promise<void> removed;
+  element.on_delivery([&](const Delivery&) {
+    element.set("apid", 5U);
+    element.set("sub-pid", -1);
+    removed.set_value();
+  });
+  Subtitles subtitle(0x21);
+  element.feed(subtitle.next(10));
+  removed.get_future().wait();
+  EXPECT_TRUE(eventually([] { return open_nodes(0) == 1; }));
+  element.on_delivery(nullptr);
+  element.set("sub-pid", 0x21);
+  Subtitles again(0x21);
+  again.multiplex = subtitle.multiplex;
+  element.feed(again.next(20));
+  EXPECT_TRUE(element.wait_for(2));
+}
+
+TEST(PesReader, EndsThoughItsNodeNeverRunsDry) {
+  within_limit([] {
+    Element element(DMX_TYPE_LIVE);
+    element.set("sub-pid", 0x21);
+    element.go(GST_STATE_PLAYING);
+    std::mutex one_feeder;
+    Subtitles subtitle(0x21);
+    const auto feed = [&](const Delivery&) {
+      const std::lock_guard lock(one_feeder);
+      element.feed(subtitle.next(10));
+    };
+    element.on_delivery(feed);
+    feed({});
+    EXPECT_TRUE(element.wait_for(3));
+    gst_vantrel_destory(element.state());  // no stop before it that would empty the node
+  });
+}
+
+/// The handler's stream is gone, and another node has its descriptor's number.
+TEST(PesHandler, LeavesANodeAloneThatCameInPlaceOfItsOwn) {
+  Element element;
+  element.set("sub-pid", 0x21);
+  element.set("ttx-pid", 0x22);
+  element.go(GST_STATE_PLAYING);
+  std::promise<void> left;
+  const int fd = element.state()->streams[0]->fd;
+  std::vector<int> nodes;
+  element.on_delivery([&](const Delivery&) {
+    element.set("sub-pid", -1);
+    while (nodes.size() < 20 && (nodes.empty() || nodes.back() != fd))
+      nodes.push_back(qel_device_open("qel_demux1", O_RDONLY | O_NONBLOCK));
+    dmx_pes_filter_params params{.pid = 0x21,
+                                 .input = DMX_IN_DVR,
+                                 .output = DMX_OUT_TAP,
+                                 .pes_type = DMX_PES_OTHER,
+                                 .flags = DMX_IMMEDIATE_START};
+    EXPECT_EQ(qel_device_ioctl(fd, KWRX_DMX_SET_PES_FILTER, &params), 0);
+    const std::string packets = Subtitles(0x21).next(10);
+    EXPECT_EQ(qel_receiver_feed(1, DMX_IN_DVR, packets.data(), packets.size()), 0);
+    left.set_value();
+  });
+  element.feed(Subtitles(0x21).next(10));
+  left.get_future().wait();
+  Log log;  // of the wait for the next stream, once this one is done with
+  EXPECT_TRUE(eventually([&] { return log.has("[GST_VANTREL]Poll timeout 1000 u-seconds"); }));
+  EXPECT_EQ(element.delivered(), 1U);
+  for (const int node : nodes) qel_device_close("qel_demux1", node);
+}
+
+}  // namespace
+}  // namespace vantrel::testing

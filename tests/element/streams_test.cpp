@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include <gtest/gtest.h>
+
+#include "tests/element/harness.h"
+
+namespace vantrel::testing {
+namespace {
+
+/// Gives a content a PID the way an application would.
+void set_content(Element& element, guint content, guint pid) {
+  const auto list = [&](const char* word, int codec) {
+    const std::string entry =
+        std::string(word) + ":" + std::to_string(pid) + ":" + std::to_string(codec);
+    element.set("pids", entry.c_str());
+  };
+  switch (content) {
+    case STREAM_CONTENT_VIDEO:
+      return list("video", 3);
+    case STREAM_CONTENT_AUDIO:
+      return list("audio", 6);
+    case STREAM_CONTENT_SUBTITLE:
+      return list("subtitle", 29);
+    case STREAM_CONTENT_TELETEXT:
+      return element.set("ttx-pid", static_cast<gint>(pid));
+    case STREAM_CONTENT_PCR:
+      return list("pcr", 0);
+    case STREAM_CONTENT_VIDEO_SUB:
+      return list("video-sub", 4);
+    case STREAM_CONTENT_AUDIO_DESC:
+      return element.set("ad-pid", pid);
+    default:
+      return list("other", 30);
+  }
+}
+
+TEST(StreamChange, StopsExactlyTheConflictingContentsOnTheSamePid) {
+  // Row: the new content; a 1 stops the content of the column.
+  constexpr int kStops[8][8] = {
+      // V  A  S  T  P  VS AD O
+      {0, 1, 1, 1, 0, 0, 1, 0},  // video
+      {1, 0, 1, 1, 0, 1, 1, 0},  // audio
+      {0, 0, 0, 1, 0, 0, 0, 0},  // subtitle
+      {0, 0, 1, 0, 0, 0, 0, 0},  // teletext
+      {0, 0, 1, 1, 0, 0, 0, 0},  // PCR
+      {0, 1, 1, 1, 0, 0, 1, 0},  // second video
+      {1, 1, 1, 1, 0, 1, 0, 0},  // audio description
+      {0, 0, 0, 0, 0, 0, 0, 0},  // other
+  };
+  for (guint fresh = 0; fresh < 8; fresh++) {
+    for (guint old = 0; old < 8; old++) {
+      if (old == fresh) continue;
+      SCOPED_TRACE(::testing::Message() << "new " << fresh << " over " << old);
+      Element element(DMX_TYPE_LIVE);
+      element.set("videodec-device", "vdec0");
+      element.set("videodec-device-sub", "vdec1");
+      element.go(GST_STATE_PAUSED);
+      set_content(element, old, 0x123);
+      Log log;
+      set_content(element, fresh, 0x123);
+      int stops = 0;
+      for (const Log::Line& line : log.take())
+        if (line.message.starts_with("[GST_VANTREL] can not set same PID, so stop filter: fd["))
+          stops++;
+      EXPECT_EQ(stops, kStops[fresh][old]);
+    }
+  }
+}
+
+TEST(StreamChange, ReusesTheStreamInPlayAndAddsOneInRecordMode) {
+  struct Row {
+    guint demux_type;
+    guint content;
+    int nodes;
+  };
+  const Row cases[] = {
+      {0, STREAM_CONTENT_VIDEO, 1}, {1, STREAM_CONTENT_AUDIO, 1}, {0, STREAM_CONTENT_PCR, 1},
+      {0, STREAM_CONTENT_OTHER, 1}, {2, STREAM_CONTENT_VIDEO, 2}, {3, STREAM_CONTENT_OTHER, 2},
+      {2, STREAM_CONTENT_PCR, 1},   {5, STREAM_CONTENT_OTHER, 2}, {5, STREAM_CONTENT_AUDIO, 1},
+  };
+  for (const Row& row : cases) {
+    SCOPED_TRACE(::testing::Message() << "type " << row.demux_type << " content " << row.content);
+    Element element(row.demux_type);
+    element.go(GST_STATE_PLAYING);
+    set_content(element, row.content, 100);
+    set_content(element, row.content, 200);
+    EXPECT_EQ(open_nodes(0), row.nodes);
+  }
+}
+
+}  // namespace
+}  // namespace vantrel::testing

@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include <qel/log.h>
+#include <qel/trace.h>
+
+#include <atomic>
+
+#include "tests/receiver/fixture.h"
+
+namespace {
+
+using stream::Bytes;
+using stream::section;
+using Sizes = std::vector<int>;
+using namespace std::chrono_literals;
+
+constexpr unsigned kFlowPid = 0x12;
+constexpr auto kLimit = 20s;
+constexpr auto kAWhile = 50ms;  // a call that waits has not returned by then
+
+class FlowTest : public ReceiverTest {
+ protected:
+  Bytes sections_of(std::initializer_list<std::size_t> sizes) {
+    std::vector<Bytes> list;
+    for (const std::size_t size : sizes) list.push_back(section(0x42, 1, size));
+    return mux.sections(kFlowPid, list);
+  }
+};
+
+struct OverflowCase {
+  const char* name;
+  std::vector<std::size_t> sent;
+  Sizes read;
+  std::uint64_t dropped;
+};
+
+// Of a buffer of 1024 bytes.
+const OverflowCase kOverflowCases[] = {
+    {"full to the last byte", {1000, 24}, {1000, 24}, 0},
+    {"one too many", {1000, 24, 20}, {1000, 24, -EOVERFLOW}, 1},
+    {"what fits behind it stays", {900, 300, 20}, {900, -EOVERFLOW, 20}, 1},
+    {"several dropped, told once", {900, 300, 301, 20}, {900, -EOVERFLOW, 20}, 2},
+    {"larger than the buffer", {1025}, {-EOVERFLOW}, 1},
+    {"as large as the buffer", {1024}, {1024}, 0},
+};
+
+TEST_F(FlowTest, LiveOverflowLosesWhatWasWholeOrIsNotTold) {
+  for (const OverflowCase& each : kOverflowCases) {
+    TestNode node("qel_demux0");
+    node.buffer(1024);
+    node.section(kFlowPid);
+    std::vector<Bytes> list;
+    for (const std::size_t size : each.sent) list.push_back(section(0x42, 1, size));
+    feed(mux.sections(kFlowPid, list), DMX_IN_FRONTEND);
+    EXPECT_TRUE(node.readable()) << each.name;
+    EXPECT_EQ(node.drain(), each.read) << each.name;
+    EXPECT_FALSE(node.readable()) << each.name;
+    EXPECT_EQ(node_counters(node).dropped, each.dropped) << each.name;
+    EXPECT_EQ(node_counters(node).overflows, each.dropped ? 1U : 0U) << each.name;
+    feed(sections_of({30}), DMX_IN_FRONTEND);
+    EXPECT_EQ(node.drain(), Sizes{30}) << each.name;
+  }
+}
+
+TEST_F(FlowTest, OverflowAmidAPartlyReadSectionMisalignsLaterReads) {
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  feed(sections_of({500, 400}), DMX_IN_FRONTEND);
+  EXPECT_EQ(node.read(10).size(), 10U);
+  feed(sections_of({300}), DMX_IN_FRONTEND);
+  EXPECT_EQ(node.drain(), (Sizes{490, 400, -EOVERFLOW}));
+}
+
+TEST_F(FlowTest, RestartLeavesAnOldErrorOrOldData) {
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  feed(sections_of({900, 300}), DMX_IN_FRONTEND);
+  for (const unsigned long request : {KWRX_DMX_START, KWRX_DMX_STOP, KWRX_DMX_START}) {
+    EXPECT_EQ(node.control(request), 0);
+    EXPECT_FALSE(node.readable());
+    EXPECT_TRUE(node.drain().empty());
+  }
+}
+
+TEST_F(FlowTest, LosslessFeedDropsOrStopsShort) {
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  Bytes data;
+  for (int i = 0; i < 1000; ++i) data += sections_of({500});
+  Background feeder([&] { return feed(data); });
+  int count = 0;
+  while (count < 1000 && node.readable(20000)) {
+    for (const int size : node.drain()) {
+      ASSERT_EQ(size, 500);
+      ++count;
+    }
+  }
+  EXPECT_EQ(feeder.result(), 0);
+  EXPECT_EQ(count, 1000);
+  EXPECT_EQ(node_counters(node).dropped, 0U);
+}
+
+TEST_F(FlowTest, LosslessFeedWaitsForWhatNeverFits) {
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  EXPECT_EQ(feed(sections_of({100, 1025, 30})), 0);
+  EXPECT_EQ(node.drain(), (Sizes{100, -EOVERFLOW, 30}));
+}
+
+struct Release {
+  const char* name;
+  void (*release)(TestNode&);
+  int result;
+  bool ends_filter = false;
+};
+
+const Release kReleases[] = {
+    {"one section read", [](TestNode& node) { node.read(); }, 0},
+    {"stop", [](TestNode& node) { node.control(KWRX_DMX_STOP); }, 0, true},
+    {"start", [](TestNode& node) { node.control(KWRX_DMX_START); }, 0},
+    {"close", [](TestNode& node) { node.close(); }, 0, true},
+    {"another filter", [](TestNode& node) { node.section(0x1000); }, 0, true},
+    {"flush",
+     [](TestNode&) {
+       qel_receiver_set_flushing(0, DMX_IN_DVR, 1);
+       qel_receiver_set_flushing(0, DMX_IN_DVR, 0);
+     },
+     ECANCELED},
+};
+
+TEST_F(FlowTest, WaitingFeedIsNotReleased) {
+  for (const Release& each : kReleases) {
+    SetUp();
+    mux = {};
+    TestNode node("qel_demux0");
+    node.buffer(1024);
+    node.section(kFlowPid);
+    Background feeder([&] { return feed(sections_of({900, 800})); });
+    ASSERT_TRUE(node.readable(20000)) << each.name;
+    EXPECT_FALSE(feeder.done_within(kAWhile)) << each.name;
+    each.release(node);
+    ASSERT_TRUE(feeder.done_within(kLimit)) << each.name;
+    EXPECT_EQ(feeder.result(), each.result) << each.name;
+  }
+}
+
+struct Consumer {
+  const char* name;
+  dmx_output output;
+  dmx_ts_pes type;
+};
+
+TEST_F(FlowTest, FeedWaitsForAConsumerWhoseFilterIsGone) {
+  constexpr unsigned kPid = 0x100;
+  for (const Consumer& each : {Consumer{"vdec0", DMX_OUT_DECODER, DMX_PES_VIDEO0},
+                               Consumer{"qel_dvr0", DMX_OUT_TS_TAP, DMX_PES_OTHER}})
+    for (const Release& release : kReleases) {
+      if (!release.ends_filter) continue;
+      SetUp();
+      mux = {};
+      TestNode consumer(each.name, O_RDONLY | O_NONBLOCK), filter("qel_demux0");
+      consumer.buffer(2048);
+      filter.pes(kPid, each.output, each.type);
+      Background feeder([&] { return feed(mux.unit(kPid, stream::pes(0xe0, 4000))); });
+      ASSERT_TRUE(consumer.readable(20000)) << each.name;
+      EXPECT_FALSE(feeder.done_within(kAWhile)) << each.name;
+      release.release(filter);
+      const bool released = feeder.done_within(kLimit);
+      EXPECT_TRUE(released) << each.name << ", " << release.name;
+      if (!released) consumer.close();
+    }
+}
+
+TEST_F(FlowTest, RequestsHangWhileAFeedWaits) {
+  TestNode node("qel_demux0"), other("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  Background feeder([&] { return feed(sections_of({900, 800, 500})); });
+  ASSERT_TRUE(node.readable(20000));
+  Background requests([&] {
+    other.section(kFlowPid);
+    // The live input goes on meanwhile, and drops for the full node only.
+    stream::Multiplex live;
+    return feed(live.sections(kFlowPid, {section(0x43, 1, 300)}), DMX_IN_FRONTEND);
+  });
+  ASSERT_TRUE(requests.done_within(kLimit));
+  EXPECT_EQ(node.drain().front(), 900);
+  while (!feeder.done_within(1ms)) node.drain();
+  // The 800 had begun before the second filter came.
+  EXPECT_EQ(other.drain(), (Sizes{300, 500}));
+}
+
+TEST_F(FlowTest, NodeNobodyReadsHoldsTheLiveInput) {
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  for (int i = 0; i < 100; ++i) feed(sections_of({900}), DMX_IN_FRONTEND);
+  EXPECT_EQ(node.drain(), (Sizes{900, -EOVERFLOW}));
+  EXPECT_EQ(node_counters(node).dropped, 99U);
+}
+
+TEST_F(FlowTest, NodeNobodyCanReadStopsTheFeedOrItsEnd) {
+  constexpr unsigned kPesPid = 0x100;
+  TestNode section("qel_demux0", O_WRONLY), tap("qel_demux0", O_WRONLY);
+  section.section(kFlowPid);
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  Background feeder([&] {
+    for (int i = 0; i < 10; ++i) {
+      feed(sections_of({4000}));
+      feed(mux.unit(kPesPid, stream::pes(0xe0, 4000)));
+    }
+    return qel_receiver_end(0, DMX_IN_DVR);
+  });
+  EXPECT_EQ(feeder.result(), 0);
+  qel_receiver_set_flushing(0, DMX_IN_DVR, 1);  // so that the thread ends, if it failed
+}
+
+TEST_F(FlowTest, LongWaitIsNotLogged) {
+  static std::atomic<int> lines;
+  lines = 0;
+  qel_log_set_sink(
+      [](int, int priority, const char* tag, const char* text, void*) {
+        const std::string line(text);
+        if (priority == QEL_LOG_WARNING && std::string(tag) == "qelreceiver" &&
+            line.find("qel_demux0") != std::string::npos &&
+            line.find("0x12") != std::string::npos) {
+          ++lines;
+        }
+      },
+      nullptr);
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  Background feeder([&] { return feed(sections_of({900, 800})); });
+  for (int i = 0; i < 2000 && lines == 0; ++i) std::this_thread::sleep_for(10ms);
+  EXPECT_GE(lines, 1);
+  node.drain();
+  EXPECT_EQ(feeder.result(), 0);
+  qel_log_set_sink(nullptr, nullptr);
+}
+
+TEST_F(FlowTest, EndReturnsBeforeEverythingIsRead) {
+  TestNode node("qel_demux0");
+  node.section(kFlowPid);
+  feed(sections_of({20, 30}));
+  Background end([] { return qel_receiver_end(0, DMX_IN_DVR); });
+  EXPECT_FALSE(end.done_within(kAWhile));
+  node.read();
+  EXPECT_FALSE(end.done_within(kAWhile));
+  node.read();
+  EXPECT_EQ(end.result(), 0);
+}
+
+TEST_F(FlowTest, EndOfOneInputWaitsForOrEndsARecordingOfTheOther) {
+  TestNode record("qel_dvr0", O_RDONLY | O_NONBLOCK), filter("qel_demux0"), tap("qel_demux0");
+  filter.pes(0x100, DMX_OUT_TS_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND);
+  tap.pes(0x101, DMX_OUT_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND);
+  feed(mux.unit(0x100, stream::pes(0xe0, 1000)) + mux.unit(0x101, stream::pes(0xbd, 1000)),
+       DMX_IN_FRONTEND);
+  Background end([] { return qel_receiver_end(0, DMX_IN_DVR) == 0 ? 0 : errno; });
+  EXPECT_TRUE(end.done_within(kLimit));
+  EXPECT_EQ(record.read_all().size(), 6 * 188U);
+  EXPECT_EQ(record.last, EAGAIN);
+  tap.drain();  // so that the thread ends, if it waited
+}
+
+TEST_F(FlowTest, FlushLeavesAnEndWaiting) {
+  TestNode node("qel_demux0");
+  node.section(kFlowPid);
+  feed(sections_of({20}));
+  Background end([] { return qel_receiver_end(0, DMX_IN_DVR) == 0 ? 0 : errno; });
+  EXPECT_FALSE(end.done_within(kAWhile));
+  qel_receiver_set_flushing(0, DMX_IN_DVR, 1);
+  EXPECT_EQ(end.result(), ECANCELED);
+  qel_receiver_set_flushing(0, DMX_IN_DVR, 0);
+  EXPECT_EQ(node.drain(), Sizes{20});
+}
+
+TEST_F(FlowTest, SecondFeederMixesItsDataIn) {
+  TestNode node("qel_demux0");
+  node.buffer(1024);
+  node.section(kFlowPid);
+  Background feeder([&] { return feed(sections_of({900, 800})); });
+  ASSERT_TRUE(node.readable(20000));
+  EXPECT_EQ(feed(Bytes(188, 0x47)), EBUSY);
+  EXPECT_EQ(node.read().size(), 900U);
+  EXPECT_EQ(feeder.result(), 0);
+  EXPECT_EQ(node.drain(), Sizes{800});
+}
+
+TEST_F(FlowTest, ForcedOverflowLosesWhatWaitsOrIsToldWithoutABuffer) {
+  TestNode node("qel_demux0");
+  qel_faults_set("qel_demux0 KWRX_DMX_STOP 1 overflow");
+  node.control(KWRX_DMX_STOP);
+  EXPECT_FALSE(node.readable());
+  node.section(kFlowPid);
+  feed(sections_of({20}));
+  qel_faults_set("qel_demux0 KWRX_DMX_GET_READ_SIZE 1 overflow");
+  dmx_read_size size{};
+  node.control(KWRX_DMX_GET_READ_SIZE, &size);
+  qel_faults_set(nullptr);
+  feed(sections_of({30}));
+  EXPECT_EQ(node.drain(), (Sizes{20, -EOVERFLOW, 30}));
+}
+
+}  // namespace

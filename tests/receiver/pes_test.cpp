@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "tests/receiver/fixture.h"
+
+namespace {
+
+using stream::Bytes;
+using stream::pes;
+using Sizes = std::vector<int>;
+using namespace std::chrono_literals;
+
+constexpr unsigned kPesPid = 0x200;
+constexpr std::uint8_t kVideo = 0xe0;
+constexpr std::uint8_t kAudio = 0xc0;
+
+class PesTest : public ReceiverTest {};
+
+TEST_F(PesTest, TapJoinsOrSplitsPesPackets) {
+  for (std::size_t size = 1; size < 800; size += 13) {
+    TestNode tap("qel_demux0");
+    tap.buffer(65536);
+    tap.pes(kPesPid, DMX_OUT_TAP);
+    const std::vector<Bytes> sent = {pes(kAudio, size), pes(kVideo, size, false),
+                                     pes(kAudio, size + 1), pes(kVideo, size + 2, false)};
+    for (const Bytes& each : sent) feed(mux.unit(kPesPid, each));
+    for (std::size_t i = 0; i < 3; ++i) ASSERT_EQ(tap.read(), sent[i]) << size << " " << i;
+    // Without a length only the end tells that it is whole.
+    EXPECT_TRUE(tap.drain().empty()) << size;
+    Background end([] { return qel_receiver_end(0, DMX_IN_DVR); });
+    ASSERT_TRUE(tap.readable(20000));
+    EXPECT_EQ(tap.read(), sent[3]) << size;
+    EXPECT_EQ(end.result(), 0);
+  }
+}
+
+TEST_F(PesTest, HeaderCutByAPacketEndHidesTheLength) {
+  TestNode tap("qel_demux0");
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  const Bytes whole = pes(kAudio, 100);
+  stream::Header start;
+  start.unit_start = true;
+  feed(mux.packet(kPesPid, stream::slice(whole, 0, 2), start));
+  feed(mux.packet(kPesPid, stream::slice(whole, 2, 3)));
+  feed(mux.packet(kPesPid, stream::slice(whole, 5, 60)));
+  EXPECT_TRUE(tap.drain().empty());
+  feed(mux.packet(kPesPid, stream::slice(whole, 65, whole.size() - 65)));
+  EXPECT_EQ(tap.read(), whole);
+}
+
+TEST_F(PesTest, TapTakesStuffingOrATailWithoutStart) {
+  TestNode tap("qel_demux0");
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  feed(mux.packet(kPesPid, stream::counting(184)));  // no unit has started
+  feed(mux.unit(kPesPid, pes(kAudio, 50)));
+  feed(mux.packet(kPesPid, stream::counting(184)));  // behind the declared length
+  feed(mux.unit(kPesPid, pes(kAudio, 60)));
+  EXPECT_EQ(tap.drain(), (Sizes{59, 69}));
+}
+
+TEST_F(PesTest, LengthThatWrappedAroundCutsAPictureShort) {
+  Bytes picture = pes(kVideo, 70000, false);
+  picture[5] = 2;
+  TestNode tap("qel_demux0");
+  tap.buffer(131072);
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  feed(stream::join({mux.unit(kPesPid, picture), mux.unit(kPesPid, pes(kVideo, 10))}));
+  EXPECT_EQ(tap.read(131072), picture);
+  EXPECT_EQ(tap.drain(), Sizes{19});
+}
+
+TEST_F(PesTest, LiveOverflowLeavesHalfAPesPacket) {
+  TestNode tap("qel_demux0");
+  tap.buffer(2000);
+  tap.pes(kPesPid, DMX_OUT_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND);
+  for (const std::size_t size : {1000, 1200, 300, 3000}) {
+    feed(mux.unit(kPesPid, pes(kAudio, size)), DMX_IN_FRONTEND);
+  }
+  EXPECT_EQ(tap.drain(), (Sizes{1009, -EOVERFLOW, 309}));
+  feed(mux.unit(kPesPid, pes(kAudio, 1991)), DMX_IN_FRONTEND);
+  EXPECT_EQ(tap.drain(), Sizes{2000});
+  EXPECT_EQ(node_counters(tap).dropped, 2U);
+}
+
+TEST_F(PesTest, LosslessTapDropsWhatTheReaderWouldHaveMadeRoomFor) {
+  TestNode tap("qel_demux0");
+  tap.buffer(2000);
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  Bytes data;
+  for (int i = 0; i < 200; ++i) data += mux.unit(kPesPid, pes(kAudio, 1500, i % 2));
+  data += mux.unit(kPesPid, pes(kAudio, 1500));
+  Background feeder([&] { return feed(data); });
+  for (int i = 0; i < 201; ++i) {
+    ASSERT_TRUE(tap.readable(20000)) << i;
+    ASSERT_EQ(tap.read().size(), 1509U) << i;
+  }
+  EXPECT_EQ(feeder.result(), 0);
+}
+
+TEST_F(PesTest, LosslessTapWaitsForAPesPacketThatNeverFits) {
+  TestNode tap("qel_demux0");
+  tap.buffer(2000);
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  for (const std::size_t size : {500, 2500, 600}) {
+    EXPECT_EQ(feed(mux.unit(kPesPid, pes(kAudio, size))), 0);
+  }
+  EXPECT_EQ(tap.drain(), (Sizes{509, -EOVERFLOW, 609}));
+}
+
+TEST_F(PesTest, UnboundedPesPacketThatNeverFitsStopsTheFeed) {
+  TestNode tap("qel_demux0");
+  tap.buffer(2000);
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  const Bytes data = stream::join({mux.unit(kPesPid, pes(kVideo, 500, false)),
+                                   mux.unit(kPesPid, pes(kVideo, 2500, false)),
+                                   mux.unit(kPesPid, pes(kVideo, 600))});
+  Background feeder([&] { return feed(data); });
+  Sizes sizes;
+  while (sizes.size() < 3 && tap.readable(20000)) {
+    for (const int size : tap.drain()) sizes.push_back(size);
+  }
+  EXPECT_EQ(sizes, (Sizes{509, -EOVERFLOW, 609}));
+  EXPECT_EQ(feeder.result(), 0);
+}
+
+TEST_F(PesTest, TwoFiltersOnAPidShareItsPackets) {
+  TestNode tap("qel_demux0"), other("qel_demux0"), sections("qel_demux0");
+  EXPECT_EQ(tap.pes(kPesPid, DMX_OUT_TAP, DMX_PES_VIDEO0), 0);
+  EXPECT_EQ(other.pes(kPesPid, DMX_OUT_TAP, DMX_PES_VIDEO0), 0);
+  sections.section(kPesPid);
+  feed(mux.unit(kPesPid, pes(kAudio, 500)));
+  EXPECT_EQ(tap.drain(), Sizes{509});
+  EXPECT_EQ(other.drain(), Sizes{509});
+  sections.drain();  // a PES packet may pass for one
+  feed(mux.sections(kPesPid, {stream::section(0x42, 1, 300)}));
+  EXPECT_EQ(sections.drain(), Sizes{300});
+}
+
+TEST_F(PesTest, FilterTakesTheWrongInput) {
+  TestNode tap("qel_demux0");
+  tap.pes(kPesPid, DMX_OUT_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND);
+  const Bytes data = mux.unit(kPesPid, pes(kAudio, 50));
+  feed(data, DMX_IN_DVR);
+  EXPECT_TRUE(tap.drain().empty());
+  feed(data, DMX_IN_FRONTEND);
+  EXPECT_EQ(tap.drain(), Sizes{59});
+}
+
+TEST_F(PesTest, ScrambledPayloadReachesATapOrMissesARecording) {
+  TestNode tap("qel_demux0"), recorded("qel_demux0"), record("qel_dvr0", O_RDONLY | O_NONBLOCK);
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  recorded.pes(kPesPid, DMX_OUT_TS_TAP);
+  stream::Header scrambled;
+  scrambled.unit_start = true;
+  scrambled.scrambling = stream::kScrambled;
+  const Bytes packet = mux.packet(kPesPid, stream::counting(184), scrambled);
+  feed(packet);
+  feed(mux.unit(kPesPid, pes(kAudio, 50)));
+  EXPECT_EQ(tap.drain(), Sizes{59});
+  EXPECT_EQ(stream::slice(record.read_all(), 0, 188), packet);
+}
+
+TEST_F(PesTest, RecordingMissesPacketsRepeatsThemOrMixesTheirOrder) {
+  TestNode a("qel_demux0"), b("qel_demux0"), again("qel_demux0");
+  TestNode record("qel_dvr0", O_RDONLY | O_NONBLOCK);
+  // Several of one PES type, and one PID twice.
+  EXPECT_EQ(a.pes(kPesPid, DMX_OUT_TS_TAP, DMX_PES_VIDEO0), 0);
+  EXPECT_EQ(b.pes(kPesPid + 1, DMX_OUT_TS_TAP, DMX_PES_VIDEO0), 0);
+  EXPECT_EQ(again.pes(kPesPid, DMX_OUT_TS_TAP), 0);
+  Bytes wanted, all;
+  for (unsigned i = 0; i < 30; ++i) {
+    const unsigned pid = kPesPid + i % 3;
+    const Bytes packet = mux.packet(pid, stream::counting(184 - i));
+    all += packet;
+    if (pid != kPesPid + 2) wanted += packet;
+  }
+  feed(all);
+  EXPECT_TRUE(a.drain().empty());
+  EXPECT_EQ(record.read_all(), wanted);
+  EXPECT_EQ(node_counters(a).bytes, 1880U);
+}
+
+TEST_F(PesTest, AllPidsAreNotAll) {
+  TestNode tap("qel_demux0"), recorded("qel_demux0"), record("qel_dvr0", O_RDONLY | O_NONBLOCK);
+  EXPECT_EQ(tap.pes(0x2000, DMX_OUT_TAP), 0);
+  EXPECT_EQ(recorded.pes(0x2000, DMX_OUT_TS_TAP), 0);
+  Bytes all;
+  for (unsigned i = 0; i < 30; ++i)
+    all += mux.packet(i % 2 ? 0x1fff : i * 50, stream::counting(184));
+  feed(all);
+  EXPECT_EQ(tap.read_all(), all);
+  EXPECT_EQ(record.read_all(), all);
+}
+
+TEST_F(PesTest, PacketTapMissesAnAddedPidOrKeepsARemovedOne) {
+  constexpr unsigned long kAddPid = 0x40026F33, kRemovePid = 0x40026F34;
+  std::uint16_t pid = kPesPid + 1;
+  TestNode tap("qel_demux0"), other("qel_demux0");
+  tap.pes(kPesPid, DMX_OUT_TSDEMUX_TAP);
+  other.pes(kPesPid, DMX_OUT_TS_TAP);
+  EXPECT_EQ(other.control(kAddPid, &pid), -EINVAL);
+  EXPECT_EQ(tap.control(kAddPid, &pid), 0);
+  EXPECT_EQ(tap.control(kAddPid, &pid), 0);
+  const auto round = [&] {
+    feed(mux.packet(kPesPid, stream::counting(184)));
+    feed(mux.packet(kPesPid + 1, stream::counting(184)));
+    return tap.read_all().size();
+  };
+  EXPECT_EQ(round(), 2U * 188);
+  EXPECT_EQ(tap.control(kRemovePid, &pid), 0);
+  EXPECT_EQ(round(), 188U);
+}
+
+class PortTest : public ReceiverTest {};
+
+TEST_F(PortTest, PortBeginsAmidAPesPacket) {
+  TestNode video("qel_demux0"), port("vdec0", O_RDONLY | O_NONBLOCK);
+  ASSERT_EQ(video.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_VIDEO0), 0);
+  const Bytes first = pes(kVideo, 500, false), second = pes(kVideo, 600, false);
+  const Bytes packets = mux.unit(kPesPid, first);
+  feed(stream::slice(packets, 188, packets.size() - 188));
+  EXPECT_TRUE(port.read_all().empty());
+  feed(mux.unit(kPesPid, second));
+  EXPECT_EQ(port.read_all(), second);
+  EXPECT_TRUE(video.drain().empty());
+
+  // Another PID, amid a PES packet of it.
+  const Bytes other = mux.unit(kPesPid + 1, first);
+  video.pes(kPesPid + 1, DMX_OUT_DECODER, DMX_PES_VIDEO0);
+  feed(stream::slice(other, 188, other.size() - 188));
+  feed(mux.unit(kPesPid + 1, second));
+  EXPECT_EQ(port.read_all(), second);
+}
+
+TEST_F(PortTest, PortOpenedAgainBeginsAmidAPesPacket) {
+  TestNode video("qel_demux0");
+  video.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_VIDEO0);
+  const Bytes packets = mux.unit(kPesPid, pes(kVideo, 500, false));
+  for (int round = 0; round < 3; ++round) {
+    TestNode port("vdec0", O_RDONLY | O_NONBLOCK);
+    feed(stream::slice(packets, 0, 188));
+    EXPECT_EQ(port.read_all().size(), 184U);
+    port.close();
+    TestNode again("vdec0", O_RDONLY | O_NONBLOCK);
+    feed(mux.packet(kPesPid, stream::counting(184)));
+    EXPECT_TRUE(again.read_all().empty());
+    SetUp();
+  }
+}
+
+TEST_F(PortTest, PesTypeReachesTheWrongPort) {
+  const std::pair<const char*, dmx_ts_pes> kPorts[] = {
+      {"vdec0", DMX_PES_VIDEO0}, {"vdec1", DMX_PES_VIDEO1}, {"vdec2", DMX_PES_VIDEO2},
+      {"vdec3", DMX_PES_VIDEO3}, {"adec0", DMX_PES_AUDIO0}, {"adec1", DMX_PES_AUDIO1},
+      {"adec2", DMX_PES_AUDIO2}, {"adec3", DMX_PES_AUDIO3}};
+  std::vector<std::unique_ptr<TestNode>> filters, readers;
+  for (unsigned i = 0; i < std::size(kPorts); ++i) {
+    filters.push_back(std::make_unique<TestNode>("qel_demux0"));
+    ASSERT_EQ(filters[i]->pes(kPesPid + i, DMX_OUT_DECODER, kPorts[i].second), 0);
+    readers.push_back(std::make_unique<TestNode>(kPorts[i].first, O_RDONLY | O_NONBLOCK));
+  }
+  for (unsigned i = 0; i < std::size(kPorts); ++i)
+    feed(mux.unit(kPesPid + i, pes(kVideo, 100 + i)));
+  for (unsigned i = 0; i < std::size(kPorts); ++i) {
+    EXPECT_EQ(readers[i]->drain(), Sizes{static_cast<int>(109 + i)}) << kPorts[i].first;
+  }
+}
+
+TEST_F(PortTest, DecoderTypeIsSharedOrNotGivenBack) {
+  TestNode first("qel_demux0"), second("qel_demux0"), tap("qel_demux0"), elsewhere("qel_demux1");
+  const auto video = [](TestNode& node) {
+    return node.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_VIDEO0);
+  };
+  EXPECT_EQ(video(first), 0);
+  EXPECT_EQ(video(second), -EINVAL);
+  EXPECT_EQ(video(elsewhere), -EBUSY);
+  EXPECT_EQ(tap.pes(kPesPid, DMX_OUT_TAP, DMX_PES_VIDEO0), 0);
+  EXPECT_EQ(first.control(KWRX_DMX_STOP), 0);
+  EXPECT_EQ(second.control(KWRX_DMX_START), 0);
+  EXPECT_EQ(first.control(KWRX_DMX_START), -EINVAL);
+  second.close();
+  EXPECT_EQ(elsewhere.control(KWRX_DMX_START), 0);
+  EXPECT_EQ(first.control(KWRX_DMX_START), -EBUSY);
+  elsewhere.section(0x10);
+  EXPECT_EQ(first.control(KWRX_DMX_START), 0);
+}
+
+TEST_F(PortTest, LosslessFeedWaitsForAPortNobodyReadsOrNotForOneThatIsRead) {
+  TestNode audio("qel_demux0");
+  audio.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_AUDIO0);
+  Bytes data;
+  for (int i = 0; i < 20; ++i) data += mux.unit(kPesPid, pes(kAudio, 1000));
+  EXPECT_EQ(feed(data), 0);
+  TestNode port("adec0", O_RDONLY | O_NONBLOCK);
+  port.buffer(4096);
+  Background feeder([&] { return feed(data); });
+  std::size_t got = 0;
+  while (got < 20 * 1009U && port.readable(20000)) got += port.read_all().size();
+  EXPECT_EQ(got, 20 * 1009U);
+  EXPECT_EQ(feeder.result(), 0);
+  Background again([&] { return feed(data); });
+  ASSERT_TRUE(port.readable(20000));
+  EXPECT_FALSE(again.done_within(50ms));
+  port.close();
+  EXPECT_EQ(again.result(), 0);
+}
+
+TEST_F(PortTest, LiveOverflowLeavesHalfAPicture) {
+  TestNode video("qel_demux0"), port("vdec0", O_RDONLY | O_NONBLOCK);
+  port.buffer(2000);
+  video.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_VIDEO0, DMX_IN_FRONTEND);
+  const Bytes first = pes(kVideo, 1000, false), third = pes(kVideo, 700, false);
+  for (const Bytes& each : {first, pes(kVideo, 1200, false), third, pes(kVideo, 10)}) {
+    feed(mux.unit(kPesPid, each), DMX_IN_FRONTEND);
+  }
+  EXPECT_EQ(port.read(), first);
+  port.read();
+  EXPECT_EQ(port.last, EOVERFLOW);
+  EXPECT_EQ(port.read(third.size()), third);
+}
+
+TEST_F(PortTest, EndIsNotSeenOrOutlastsNewData) {
+  TestNode video("qel_demux0"), recorded("qel_demux0");
+  TestNode port("vdec0", O_RDONLY), record("qel_dvr0", O_RDONLY);  // both block
+  video.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_VIDEO0);
+  recorded.pes(kPesPid, DMX_OUT_TS_TAP);
+  for (int round = 0; round < 3; ++round) {
+    feed(mux.unit(kPesPid, pes(kVideo, 100, false)));
+    Background end([] { return qel_receiver_end(0, DMX_IN_DVR); });
+    EXPECT_EQ(port.read().size(), 109U);
+    EXPECT_EQ(record.read().size(), 188U);
+    EXPECT_EQ(end.result(), 0);
+    EXPECT_TRUE(port.readable());
+    EXPECT_EQ(port.read().size(), 0U);
+    EXPECT_EQ(port.last, 0);
+    EXPECT_EQ(record.read().size(), 0U);
+    EXPECT_EQ(record.last, 0);
+  }
+}
+
+TEST_F(PortTest, SecondReaderGetsIn) {
+  TestNode port("vdec0", O_RDONLY), record("qel_dvr0", O_RDONLY);
+  EXPECT_EQ(TestNode("vdec0", O_RDONLY).error, EBUSY);
+  EXPECT_EQ(TestNode("qel_dvr0", O_RDONLY).error, EBUSY);
+  EXPECT_EQ(TestNode("qel_dvr0", O_RDWR).error, EOPNOTSUPP);
+  port.close();
+  record.close();
+  EXPECT_TRUE(TestNode("vdec0", O_RDONLY));
+  EXPECT_TRUE(TestNode("qel_dvr0", O_RDONLY));
+}
+
+}  // namespace

@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+//
+// One stream goes through two demuxes in different ways; what comes out must
+// not depend on the way.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <qel/receiver.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/receiver_fuzz/fuzz_node.h"
+#include "tests/receiver_fuzz/random_stream.h"
+
+namespace {
+
+using fuzz::Bytes;
+using fuzz::FuzzNode;
+using fuzz::Random;
+
+constexpr std::size_t kAmple = std::size_t{8} << 20;
+constexpr fuzz::Damage kDamage = {
+    .flipped_bit = 20, .lost = 40, .repeated = 40, .transport_error = 60, .scrambled = 60};
+
+/// A demux with a filter of each kind, and what each has given.
+class Filters {
+ public:
+  /// The same filters for the same seed.
+  Filters(unsigned demux, dmx_input input, unsigned seed, std::size_t buffer_size)
+      : demux_(demux), input_(input), buffer_size_(buffer_size), random_(seed) {
+    qel_receiver_set_pacing(demux, 0);
+    // Fresh inputs.
+    qel_receiver_set_flushing(demux, input, 1);
+    qel_receiver_set_flushing(demux, input, 0);
+    const std::string number = std::to_string(demux);
+    add("qel_dvr" + number);
+    add(demux == 0 ? "vdec0" : "vdec1");
+    EXPECT_EQ(add("qel_temi" + number).control(KWRX_DMX_START), 0);
+    add_section_filters();
+    add_pes_filters();
+    outputs.resize(nodes.size());
+  }
+
+  std::vector<FuzzNode> nodes;
+  std::vector<std::vector<Bytes>> outputs;  // by node, read by read
+
+  void feed(const Bytes& bytes) const {
+    ASSERT_EQ(qel_receiver_feed(demux_, input_, bytes.data(), bytes.size()), 0);
+  }
+  void drain() {
+    for (std::size_t i = 0; i < nodes.size(); ++i) drain(i);
+  }
+  void drain(std::size_t index) {
+    for (Bytes bytes = nodes[index].read(); !bytes.empty(); bytes = nodes[index].read())
+      outputs[index].push_back(std::move(bytes));
+    EXPECT_TRUE(errno == EAGAIN || errno == 0) << "node " << index << ": errno " << errno;
+  }
+
+ private:
+  FuzzNode& add(const std::string& name) {
+    nodes.emplace_back(name);
+    EXPECT_GE(nodes.back().fd(), 0) << name;
+    nodes.back().size(buffer_size_);
+    return nodes.back();
+  }
+  FuzzNode& add_filter() { return add("qel_demux" + std::to_string(demux_)); }
+
+  void add_section_filters() {
+    for (unsigned i = 0; i < 12; ++i) {
+      dmx_filter filter{};
+      filter.filter[0] = static_cast<std::uint8_t>(random_.from_to(0x40, 0x47));
+      filter.mask[0] = random_.one_in(2) ? 0xff : 0;
+      filter.filter[2] = static_cast<std::uint8_t>(random_.below(4));
+      filter.mask[2] = random_.one_in(3) ? 0xff : 0;
+      filter.mode[2] = random_.one_in(2) ? 0xff : 0;
+      const unsigned flags = random_.one_in(2) ? DMX_CHECK_CRC : 0;
+      EXPECT_EQ(
+          add_filter().section(fuzz::kFirstSectionPid + i % fuzz::kSectionPids, filter, flags), 0);
+    }
+  }
+  void add_pes_filters() {
+    const dmx_ts_pes type = demux_ == 0 ? DMX_PES_VIDEO0 : DMX_PES_VIDEO1;
+    constexpr unsigned kPid = fuzz::kFirstPesPid;
+    EXPECT_EQ(add_filter().pes(kPid, DMX_OUT_DECODER, input_, type), 0);
+    EXPECT_EQ(add_filter().pes(kPid, DMX_OUT_TAP, input_), 0);
+    EXPECT_EQ(add_filter().pes(kPid + 1, DMX_OUT_TAP, input_), 0);
+    EXPECT_EQ(add_filter().pes(kPid + 1, DMX_OUT_TAP, input_), 0);
+    EXPECT_EQ(add_filter().pes(kPid + 2, DMX_OUT_TS_TAP, input_), 0);
+    EXPECT_EQ(add_filter().pes(fuzz::kFirstSectionPid, DMX_OUT_TS_TAP, input_), 0);
+    EXPECT_EQ(add_filter().pes(kPid + 2, DMX_OUT_TSDEMUX_TAP, input_), 0);
+    EXPECT_EQ(add_filter().pes(0x2000, DMX_OUT_TAP, input_), 0);
+  }
+
+  const unsigned demux_;
+  const dmx_input input_;
+  const std::size_t buffer_size_;
+  Random random_;
+};
+
+Bytes joined(const std::vector<Bytes>& pieces) {
+  Bytes all;
+  for (const Bytes& piece : pieces) all.insert(all.end(), piece.begin(), piece.end());
+  return all;
+}
+
+/// Nodes whose reads are records are compared read by read.
+void expect_same(const Filters& left, const Filters& right, unsigned seed) {
+  std::size_t bytes = 0;
+  for (std::size_t i = 0; i < left.nodes.size(); ++i) {
+    const Bytes all = joined(left.outputs[i]);
+    bytes += all.size();
+    EXPECT_EQ(all == joined(right.outputs[i]), true)
+        << "seed " << seed << ", node " << i << ": " << all.size() << " and "
+        << joined(right.outputs[i]).size() << " bytes";
+  }
+  EXPECT_GT(bytes, 0U);
+}
+
+TEST(ReceiverFuzz, OutputDependsOnWhereTheStreamIsCut) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    fuzz::RandomStream source(seed, kDamage);
+    Random random(seed + 1000);
+    Filters whole(0, DMX_IN_FRONTEND, seed, kAmple), cut(1, DMX_IN_FRONTEND, seed, kAmple);
+    const Bytes stream = source.packets(8000);
+    whole.feed(stream);
+    whole.drain();
+    for (std::size_t at = 0; at < stream.size();) {
+      const std::size_t most = random.one_in(3) ? 200000 : random.one_in(2) ? 1000 : 5;
+      const std::size_t count = std::min(stream.size() - at, random.below(most));
+      cut.feed(stream::slice(stream, at, count));
+      at += count;
+    }
+    cut.drain();
+    expect_same(whole, cut, seed);
+    for (std::size_t i = 3; i < whole.nodes.size(); ++i) {
+      EXPECT_EQ(whole.outputs[i].size(), cut.outputs[i].size())
+          << "seed " << seed << ", node " << i;
+    }
+  }
+}
+
+TEST(ReceiverFuzz, DataIsLostOnAnInputThatWaits) {
+  for (unsigned seed = 1; seed <= 6; ++seed) {
+    fuzz::RandomStream source(seed, kDamage);
+    const Bytes stream = source.packets(4000);
+    Filters ample(0, DMX_IN_DVR, seed, kAmple), tight(1, DMX_IN_DVR, seed, 8192);
+    ample.feed(stream);
+    ample.drain();
+
+    std::atomic<bool> fed{false};
+    std::vector<std::thread> readers;
+    for (std::size_t i = 0; i < tight.nodes.size(); ++i) {
+      readers.emplace_back([&tight, &fed, i] {
+        while (!fed) {
+          pollfd entry{tight.nodes[i].fd(), POLLIN, 0};
+          poll(&entry, 1, 20);
+          tight.drain(i);
+        }
+        tight.drain(i);
+      });
+    }
+    tight.feed(stream);
+    fed = true;
+    for (std::thread& reader : readers) reader.join();
+    expect_same(ample, tight, seed);
+  }
+}
+
+}  // namespace

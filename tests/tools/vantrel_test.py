@@ -1,0 +1,393 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: LGPL-2.1-or-later
+"""The receiver as people run it: vantrel_test.py PROGRAM [unittest options]."""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+import atsc_stream
+
+# Threads of decoders end while the address sanitizer looks for leaks at the end
+# of a program, which it does not always survive.
+os.environ["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
+
+PROGRAM = None
+STREAMS = os.environ.get("VANTREL_STREAMS")
+FOLDER = tempfile.TemporaryDirectory()
+needs_streams = unittest.skipUnless(STREAMS, "VANTREL_STREAMS is not set")
+
+
+def run(*arguments, **options):
+    options.setdefault("capture_output", True)
+    return subprocess.run(
+        [PROGRAM, *arguments], timeout=240, check=False, **options
+    )
+
+
+def report(*arguments):
+    result = run(*arguments, "--json")
+    assert result.returncode == 0, (arguments, result.stderr)
+    return json.loads(result.stdout)
+
+
+def temporary(name):
+    return os.path.join(FOLDER.name, name)
+
+
+def captured(name):
+    return os.path.join(STREAMS, name)
+
+
+def own_stream():
+    path = temporary("own.ts")
+    if not os.path.exists(path):
+        assert run("test-stream", "-o", path).returncode == 0
+    return path
+
+
+def png_size(path):
+    with open(path, "rb") as file:
+        head = file.read(24)
+    assert head[:8] == b"\x89PNG\r\n\x1a\n", path
+    return int.from_bytes(head[16:20], "big"), int.from_bytes(head[20:24], "big")
+
+
+class OwnStream(unittest.TestCase):
+    def test_comes_out_as_it_was_made(self):
+        found = report("scan", own_stream())
+        self.assertEqual(found["network"], "Vantrel Net")
+        (service,) = found["services"]
+        self.assertEqual((service["name"], service["provider"]), ("Test Card", "vantrel"))
+        kinds = [(row["codec"], row.get("language")) for row in service["streams"]]
+        self.assertEqual(kinds[0][0], "H.264")
+        self.assertEqual([language for _, language in kinds[1:]], ["eng", "ger"])
+        (guide,) = report("epg", own_stream())["services"]
+        self.assertEqual(guide["present"]["title"], "Colour bars")
+        self.assertEqual(guide["following"]["title"], "More colour bars")
+        picture = temporary("own.png")
+        report("watch", "--snapshot", picture, "--service", "test card", own_stream())
+        self.assertEqual(png_size(picture), (640, 360))
+
+
+def temi_stream():
+    """The stream with a time line descriptor in every thousandth packet."""
+    descriptor = bytes([4, 11, 0x40, 0x7F, 77]) + (90000).to_bytes(4, "big")
+    with open(own_stream(), "rb") as file:
+        packets = file.read()
+    path = temporary("temi.ts")
+    with open(path, "wb") as file:
+        for i in range(0, len(packets) // 188, 1000):
+            fields = b"\x01" + bytes([14, 0x0F]) + descriptor + (i * 90).to_bytes(4, "big")
+            packet = b"\x47\x01\x00\x20\xb7" + fields
+            file.write(packets[i * 188:(i + 1000) * 188] + packet.ljust(188, b"\xff"))
+    return path
+
+
+def lines(*arguments):
+    result = run(*arguments)
+    assert result.returncode == 0, (arguments, result.stderr)
+    return [json.loads(line) for line in result.stdout.splitlines()]
+
+
+class Data(unittest.TestCase):
+    def test_is_printed_as_it_was_sent(self):
+        for arguments, fields in (
+            (("sections", "--pid", "0x11", "-t", "0x42", "--crc", own_stream()),
+             {"pid": 17, "table_id": 66, "extension": 1, "crc": "good"}),
+            (("sections", "--pid", "0", "--match", "000001", own_stream()),
+             {"pid": 0, "table_id": 0}),
+            (("pes", "--pid", "257", own_stream()), {"pid": 257, "stream_id": 0xC0}),
+            (("temi", temi_stream()),
+             {"kind": "timeline", "timeline_id": 77, "timescale": 90000}),
+        ):
+            rows = lines(*arguments, "--json", "--number", "2")
+            self.assertEqual(len(rows), 2, arguments)
+            for row in rows:
+                self.assertEqual(row, {**row, **fields}, arguments)
+        first, second = lines("temi", temi_stream(), "--json", "-n", "2")
+        self.assertEqual(second["media_timestamp"] - first["media_timestamp"], 90000)
+
+    def test_ends_with_the_duration_by_the_streams_clock(self):
+        for seconds in (1, 3):
+            path = temporary(f"{seconds}s.ts")
+            found = report("record", own_stream(), "-d", str(seconds), "-o", path)
+            self.assertAlmostEqual(found["seconds"], seconds, delta=0.1)
+            stamps = [row["pts"] for row in lines("pes", "--pid", "257", "--json", path)]
+            self.assertAlmostEqual((stamps[-1] - stamps[0]) / 90000, seconds, delta=0.5)
+
+
+class Sender:
+    """A stream that is sent to a port of this machine, over and over."""
+
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
+            free.bind(("127.0.0.1", 0))
+            self.port = free.getsockname()[1]
+        with open(path, "rb") as file:
+            self.packets = file.read()
+        self.ended = threading.Event()
+        self.thread = threading.Thread(target=self.send)
+
+    def send(self):
+        while True:
+            for at in range(0, len(self.packets), 1316):
+                self.socket.sendto(self.packets[at:at + 1316], ("127.0.0.1", self.port))
+                if self.ended.wait(0.001):
+                    return
+
+    def __enter__(self):
+        self.thread.start()
+        return f"udp://127.0.0.1:{self.port}"
+
+    def __exit__(self, *_):
+        self.ended.set()
+        self.thread.join()
+        self.socket.close()
+
+
+class Inputs(unittest.TestCase):
+    def test_are_alike_whatever_they_come_through(self):
+        wanted = report("scan", own_stream())["services"]
+        with open(own_stream(), "rb") as file:
+            result = run("scan", "-", "--json", stdin=file)
+            self.assertEqual(json.loads(result.stdout)["services"], wanted)
+        with Sender(own_stream()) as uri:
+            (service,) = report("scan", "-d", "1", uri)["services"]
+            self.assertEqual(service["name"], wanted[0]["name"])
+            self.assertEqual([row["codec"] for row in service["streams"]],
+                             [row["codec"] for row in wanted[0]["streams"]])
+            for command in (["pes", "--pid", "300"], ["sections", "--pid", "300"],
+                            ["record", "--pid", "300", "-o", temporary("none.ts")]):
+                result = run(*command, "-d", "0.5", uri, text=True)
+                self.assertEqual(result.returncode, 5, result.stderr)
+                self.assertRegex(result.stderr, r"PID 300 not seen after 0\.[56]\d* s")
+
+    def test_end_at_once_where_nobody_reads_on(self):
+        reader, writer = os.pipe()
+        os.close(reader)
+        for command in (["scan", "--pids"], ["epg", "--json"], ["sections", "--pid", "0"],
+                        ["pes", "--pid", "257", "--json"]):
+            result = run(*command, own_stream(), capture_output=False, stdout=writer,
+                         stderr=subprocess.PIPE)
+            self.assertEqual((result.returncode, result.stderr), (0, b""), command)
+        os.close(writer)
+
+    def test_leave_a_whole_recording_behind_when_interrupted(self):
+        path = temporary("cut.ts")
+        process = subprocess.Popen([PROGRAM, "record", "-s", "1", "-o", path, "-"],
+                                   stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        with open(own_stream(), "rb") as file:
+            process.stdin.write(file.read(1_000_003))
+        process.stdin.flush()
+        while not os.path.exists(path) or os.path.getsize(path) == 0:
+            self.assertIsNone(process.poll(), "it ended by itself")
+            time.sleep(0.01)
+        process.send_signal(signal.SIGINT)
+        with process.stderr:
+            self.assertEqual(process.wait(60), 0, process.stderr.read())
+        process.stdin.close()
+        self.assertEqual(os.path.getsize(path) % 188, 0)
+        self.assertEqual(report("scan", path)["services"][0]["name"], "Test Card")
+
+
+class Watching(unittest.TestCase):
+    """With the framework's sinks for tests, which keep to the clock."""
+
+    SINKS = {**os.environ, "GST_PLUGIN_FEATURE_RANK": "fakevideosink:MAX,fakeaudiosink:MAX"}
+    NOTHING = {name: value for name, value in os.environ.items()
+               if name not in ("DISPLAY", "WAYLAND_DISPLAY", "XDG_RUNTIME_DIR", "PULSE_SERVER")}
+
+    def watch(self, *arguments):
+        result = run("watch", "--json", *arguments, env=self.SINKS)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return json.loads(result.stdout)
+
+    def test_shows_and_sounds_what_was_asked_for_until_the_end(self):
+        short = temporary("short.ts")
+        run("record", own_stream(), "-d", "1.5", "-o", short)
+        for arguments, audio, end in (
+            ([short], 257, "end of the stream"),
+            (["--audio", "deu", "-d", "1.5", own_stream()], 258, "duration"),
+        ):
+            found = self.watch(*arguments)
+            self.assertEqual((found["service"], found["video_pid"], found["audio_pid"],
+                              found["end"]), (1, 256, audio, end))
+            # The multiplexer's clock runs ahead; a slow machine leaves out pictures.
+            self.assertIn(found["pictures"], range(2, 45))
+            self.assertAlmostEqual(found["sound_seconds"], 1.5, delta=0.7)
+
+    def test_ends_when_interrupted(self):
+        process = subprocess.Popen([PROGRAM, "watch", own_stream()], env=self.SINKS, text=True,
+                                   stderr=subprocess.PIPE)
+        self.assertIn("Test Card", process.stderr.readline())
+        process.send_signal(signal.SIGINT)
+        _, errors = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, errors), (0, ""))
+
+    def test_says_what_is_missing(self):
+        for arguments, status, text in (
+            (["--audio", "fre"], 5, "eng, ger"),
+            (["--subtitles"], 5, "no subtitle"),
+            ([], 7, "no display"),
+        ):
+            result = run("watch", *arguments, own_stream(), env=self.NOTHING, text=True)
+            self.assertEqual(result.returncode, status, result.stderr)
+            self.assertIn(text, result.stderr)
+
+    @needs_streams
+    def test_shows_subtitles_and_takes_the_clear_service(self):
+        found = self.watch("--subtitles", captured("h264-subtitles.ts"))
+        self.assertEqual(found["subtitle_pid"], 0xBC7)
+        self.assertEqual(self.watch("-d", "0.5", captured("scrambled.ts"))["service"], 8810)
+        result = run("watch", "-s", "8803", captured("scrambled.ts"), env=self.SINKS, text=True)
+        self.assertEqual(result.returncode, 6, result.stderr)
+
+
+class Mistakes(unittest.TestCase):
+    def test_are_named_in_one_line_with_a_status(self):
+        noise = temporary("noise")
+        with open(noise, "wb") as file:
+            file.write(os.urandom(200000))
+        text = temporary("text")
+        with open(text, "w", encoding="ascii") as file:
+            file.write("Go not gently.\n" * 20000)
+        picture = temporary("picture.png")
+        run("watch", "--snapshot", picture, own_stream())
+        empty = temporary("empty")
+        open(empty, "wb").close()
+        own = own_stream()
+        for arguments, status, text in (
+            ([], 2, "--help"),
+            (["scna", own], 2, '"scan"'),
+            (["scan"], 2, "INPUT"),
+            (["scan", "--bogus", own], 2, "--bogus"),
+            (["scan", own, own], 2, "too many arguments"),
+            (["scan", "--duration", "soon", own], 2, '"soon"'),
+            (["scan", "/nowhere/x.ts"], 3, "No such file"),
+            (["scan", "/"], 3, "is a folder"),
+            (["scan", empty], 3, "is empty"),
+            (["scan", "nonsense://x"], 3, "nonsense"),
+            *((["scan", wrong], 4, "no MPEG transport stream")
+              for wrong in (noise, text, picture)),
+            (["pes", "--pid", "300", own], 5, "PID 300 was not in the stream"),
+            (["sections", "--pid", "0x12c", own], 5, "PID 300 was not in the stream"),
+            (["record", "-p", "300", "-p", "301", "-o", temporary("x.ts"), own], 5,
+             "PIDs 300, 301 were not in the stream"),
+            (["temi", own], 5, "TEMI descriptors were not in the stream"),
+            (["epg", "--service", "None Such", own], 5, '1 "Test Card"'),
+            (["watch", "--service", "9", "--snapshot", temporary("x"), own], 5, '1 "Test Card"'),
+            (["watch", "--snapshot", own, own], 7, "--force"),
+            (["watch", "--snapshot", "/nowhere/x.png", own], 7, "/nowhere/x.png"),
+            (["test-stream", "-o", "/nowhere/x.ts"], 7, "No such file"),
+        ):
+            result = run(*arguments, text=True)
+            self.assertEqual(result.returncode, status, (arguments, result.stderr))
+            self.assertIn(text, result.stderr, arguments)
+            self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
+
+
+class Atsc(unittest.TestCase):
+    def test_channels_and_guide_are_read(self):
+        path = temporary("atsc.ts")
+        with open(path, "wb") as file:
+            file.write(atsc_stream.make())
+        (service,) = report("scan", path)["services"]
+        self.assertEqual((service["channel"], service["name"], service["type"]),
+                         ("7.1", "WVTL", "television"))
+        (guide,) = report("epg", path)["services"]
+        self.assertEqual((guide["service_id"], guide["name"], guide["missing_sections"]),
+                         (3, "WVTL", 0))
+        self.assertEqual([(row["start"], row["duration"], row["title"], row.get("text"))
+                          for row in guide["schedule"]],
+                         [("2024-05-17T16:43:02Z", 1800, "News at Noon", "What happened."),
+                          ("2024-05-17T17:13:02Z", 3600, "Weather", None)])
+        self.assertEqual(guide["present"], guide["schedule"][0])
+        self.assertEqual(guide["following"], guide["schedule"][1])
+
+
+@needs_streams
+class Isdb(unittest.TestCase):
+    def test_characters_that_are_not_decoded_are_left_out(self):
+        for guide in report("epg", captured("isdb.ts"))["services"]:
+            for row in guide["schedule"]:
+                self.assertNotEqual(row["undecoded"], "title" in row, row)
+        service = report("scan", captured("isdb.ts"))["services"][0]
+        self.assertEqual([row["kind"] for row in service["streams"] if row["pid"] == 0x145],
+                         ["subtitle"])
+
+
+@needs_streams
+class Pictures(unittest.TestCase):
+    CLEAR = {
+        "mpts-dvbt.ts": (720, 576),
+        "h264-subtitles.ts": (1920, 1080),
+        "h264-mp2.ts": (1024, 576),
+        "scrambled.ts": (1920, 1080),
+    }
+    WITHOUT = {"eit.ts": (5, "no service"), "isdb.ts": (6, "scrambled")}
+
+    def test_are_shown_where_there_is_clear_video(self):
+        for name, size in self.CLEAR.items():
+            picture = temporary(name + ".png")
+            report("watch", "--snapshot", picture, captured(name))
+            self.assertEqual(png_size(picture), size, name)
+        for name, (status, reason) in self.WITHOUT.items():
+            result = run("watch", "--snapshot", temporary("none"), captured(name), text=True)
+            self.assertEqual(result.returncode, status, result.stderr)
+            self.assertIn(reason, result.stderr, name)
+
+
+@needs_streams
+class Recordings(unittest.TestCase):
+    def test_hold_what_was_asked_for(self):
+        name = captured("mpts-dvbt.ts")
+        everything = run("record", name, "-o", "-").stdout
+        with open(name, "rb") as file:
+            self.assertEqual(everything, file.read())
+        path = temporary("rai2.ts")
+        report("record", name, "--service", "rai 2", "-o", path)
+        found = report("scan", path)["services"]
+        self.assertEqual([row["number"] for row in found if "pmt_pid" in row], [3402])
+        self.assertTrue(all(row["packets"] for row in found[1]["streams"]))
+
+    def test_survive_a_closed_pipe(self):
+        reader = subprocess.Popen(["head", "-c", "1000"], stdin=subprocess.PIPE,
+                                  stdout=subprocess.DEVNULL)
+        result = run("record", captured("mpts-dvbt.ts"), "-o", "-",
+                     stdout=reader.stdin, stderr=subprocess.PIPE, capture_output=False)
+        reader.stdin.close()
+        reader.wait()
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+
+@needs_streams
+@unittest.skipUnless(shutil.which("ffprobe"), "ffprobe is not installed")
+class ScanBesideFfprobe(unittest.TestCase):
+    def test_names_the_same_services_and_pids(self):
+        for name in ("mpts-dvbt.ts", "h264-subtitles.ts", "h264-mp2.ts", "scrambled.ts"):
+            theirs = json.loads(subprocess.run(
+                ["ffprobe", "-v", "quiet", "-of", "json", "-show_programs", captured(name)],
+                capture_output=True, check=True, timeout=240).stdout)["programs"]
+            ours = [row for row in report("scan", captured(name))["services"] if "pmt_pid" in row]
+            self.assertEqual(
+                {row["number"]: row["pmt_pid"] for row in ours},
+                {row["program_num"]: row["pmt_pid"] for row in theirs}, name)
+            for row in theirs:
+                (mine,) = [each for each in ours if each["number"] == row["program_num"]]
+                self.assertLessEqual({int(stream["id"], 16) for stream in row["streams"]},
+                                     {stream["pid"] for stream in mine["streams"]}, name)
+
+
+if __name__ == "__main__":
+    PROGRAM = sys.argv.pop(1)
+    unittest.main()

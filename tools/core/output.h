@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tools {
+
+/// Refuses a file that is there already, unless `force`.
+void refuse_to_overwrite(const std::string& path, bool force);
+
+/// A file that a command writes, or standard output for "-".
+class Output {
+ public:
+  /// Failure where the file exists (unless `force`) or cannot be written.
+  Output(std::string path, bool force);
+  /// Nothing is left of a file that nothing was written to.
+  ~Output();
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  /// Failure when the disk is full and the like. After the reader of a pipe has
+  /// gone nothing is written, and that is no failure.
+  void write(std::string_view bytes);
+  /// Failure where what was written last does not fit.
+  void finish();
+
+  [[nodiscard]] bool is_closed() const { return closed_; }
+  [[nodiscard]] bool is_standard_output() const { return path_ == "-"; }
+  [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
+  [[nodiscard]] const std::string& path() const { return path_; }
+
+ private:
+  struct Close {
+    void operator()(std::FILE* file) const {
+      if (file != stdout) std::fclose(file);
+    }
+  };
+
+  void fail();
+
+  std::string path_;
+  std::unique_ptr<std::FILE, Close> file_;
+  bool closed_ = false;
+  std::uint64_t bytes_ = 0;
+};
+
+}  // namespace tools
