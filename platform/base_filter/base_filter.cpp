@@ -179,12 +179,15 @@ GstStateChangeReturn ready_to_paused(GstTvBaseFilter* self) {
 GstStateChangeReturn paused_to_playing(GstTvBaseFilter* self) {
   const auto result = change_parent(self, GST_STATE_CHANGE_PAUSED_TO_PLAYING);
   if (result == GST_STATE_CHANGE_FAILURE) return result;
-  if (!run(self, GST_TV_BASE_FILTER_GET_CLASS(self)->start)) {
+  auto* priv = self->priv;
+  priv->feed.starting();
+  const bool started = run(self, GST_TV_BASE_FILTER_GET_CLASS(self)->start);
+  priv->feed.started(started);
+  if (!started) {
     change_parent(self, GST_STATE_CHANGE_PLAYING_TO_PAUSED);
     return GST_STATE_CHANGE_FAILURE;
   }
-  self->priv->feed.started();
-  self->priv->end_of_stream.set_playing(true);
+  priv->end_of_stream.set_playing(true);
   return result;
 }
 

@@ -25,12 +25,18 @@ void InputFeed::begin(FeedTarget target) {
   const std::lock_guard lock(mutex_);
   target_ = target;
   closed_ = 0;
-  started_ = first_passed_ = used_ = refused_ = warned_ = false;
+  starting_ = started_ = first_passed_ = used_ = refused_ = warned_ = false;
 }
 
-void InputFeed::started() {
+void InputFeed::starting() {
   const std::lock_guard lock(mutex_);
-  started_ = true;
+  starting_ = true;
+}
+
+void InputFeed::started(bool done) {
+  const std::lock_guard lock(mutex_);
+  starting_ = false;
+  started_ |= done;
   changed_.notify_all();
 }
 
@@ -120,8 +126,8 @@ bool InputFeed::wait_while_redirecting(Lock& lock) {
 /// A recording is read as fast as it can be: what comes before the filters are
 /// programmed would be lost.
 bool InputFeed::first_must_wait() const {
-  return !started_ && !first_passed_ && target_.input == DMX_IN_DVR &&
-         qel_receiver_has_unset_nodes(target_.demux) == 1;
+  if (started_ || first_passed_ || target_.input != DMX_IN_DVR) return false;
+  return starting_ || qel_receiver_has_unset_nodes(target_.demux) == 1;
 }
 
 /// Calls the receiver without the lock, which a flush needs to end the call.

@@ -27,8 +27,10 @@ class InputFeed {
  public:
   /// A new run begins: data passes.
   void begin(FeedTarget target);
-  /// The filters of the run are programmed: the first buffer need not wait.
-  void started();
+  /// The filters of the run are being programmed, one after the other...
+  void starting();
+  /// ...and now they are, if `done`: the first buffer need not wait.
+  void started(bool done);
   /// Ends the run: what waits is released, nothing passes any more...
   void stop();
   /// ...and, once the streaming thread is out, the input is given up, with no
@@ -68,6 +70,7 @@ class InputFeed {
   std::condition_variable changed_;
   FeedTarget target_;
   unsigned closed_ = kStopped;  // reasons why nothing passes
+  bool starting_ = false;
   bool started_ = false;
   bool first_passed_ = false;  // the DVR input has got its first data
   bool in_receiver_ = false;   // the streaming thread is in a call below

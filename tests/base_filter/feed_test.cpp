@@ -219,6 +219,25 @@ TEST_F(Feed, FirstBufferPassesBeforeTheFiltersAreProgrammed) {
   EXPECT_EQ(push(null_packets(10)), GST_FLOW_OK) << "only the first waits";
 }
 
+TEST_F(Feed, FirstBufferPassesWhileTheFiltersAreBeingProgrammed) {
+  const DeviceNode node("qel_demux1");
+  run(1, kPlayback, GST_STATE_PAUSED);
+  std::uint64_t packets_during_start = 1;
+  script_.fail("start");
+  script_.hook = [&](const std::string& operation) {
+    if (operation != "start") return;
+    // No node is unset any more; others are still to be programmed anew.
+    set_section_filter(node.fd(), kPid);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    packets_during_start = counters(1, DMX_IN_DVR).packets;
+  };
+  Waiting pushing([this] { return push(null_packets(10)); });
+  EXPECT_TRUE(pushing.waits());
+  EXPECT_EQ(gst_element_set_state(element_, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
+  EXPECT_EQ(pushing.result(), GST_FLOW_OK) << "a start that failed holds nothing up";
+  EXPECT_EQ(packets_during_start, 0U);
+}
+
 TEST_F(Feed, FirstBufferWaitsForNothing) {
   run(1, kPlayback, GST_STATE_PAUSED);
   EXPECT_EQ(push(null_packets(1)), GST_FLOW_OK) << "no stream is registered";
