@@ -137,6 +137,20 @@ bool Feeder::to_only(const Packet& packet, const Route& route) {
   return true;
 }
 
+/// More of a PID to its only filter, which has just taken a packet. Gives the
+/// number of packets it takes at once.
+std::size_t Feeder::to_only(const Run& run, const Route& route) {
+  FilterNode& filter = *route.only;
+  if (route.record.empty()) return pes_to_only(run, filter);
+  if (!demux_.record) return 0;
+  Ring& ring = demux_.record->ring;
+  const std::size_t count = append_run<0>(run, ring, run.count);
+  ring.commit(count);
+  filter.passed_on.records += count;
+  filter.passed_on.bytes += count * kPacketSize;
+  return count;
+}
+
 bool Feeder::sections(const Packet& packet, Route& route, bool lost) {
   if (lost || (packet.scrambled() && packet.has_payload())) route.assembler.lose();
   if (packet.scrambled() || !packet.has_payload()) return true;

@@ -8,6 +8,7 @@
 
 #include "platform/receiver/demux.h"
 #include "platform/receiver/packet.h"
+#include "platform/receiver/run.h"
 #include "platform/receiver/section_assembler.h"
 
 namespace qel::receiver {
@@ -42,7 +43,7 @@ class Feeder {
 
   // walk.cpp: packets in sync
   std::size_t walk(const std::uint8_t* data, std::size_t count);
-  bool quick(const std::uint8_t* data);
+  std::size_t quick(const std::uint8_t* data, std::size_t count);
   bool look_at(const std::uint8_t* data);
   Continuity follow(const Packet& packet, std::uint64_t& state);
 
@@ -53,11 +54,13 @@ class Feeder {
   void hand_out(const Packet& packet, Route* route);
   void to_record(const Packet& packet, const Route* route);
   bool to_only(const Packet& packet, const Route& route);
+  std::size_t to_only(const Run& run, const Route& route);
   bool sections(const Packet& packet, Route& route, bool lost);
   bool deliver(Route& route, unsigned pid, const Section& section);
 
   // pes_delivery.cpp: PES packets to taps and ports
   bool pes_to_only(const Packet& packet, FilterNode& filter);
+  std::size_t pes_to_only(const Run& run, FilterNode& filter);
   RingNode* pes_without_room(const Packet& packet, const Route& route, std::size_t& bytes);
   void to_pes(const Packet& packet, Route& route);
   void commit(Ring& ring);

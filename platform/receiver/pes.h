@@ -20,6 +20,14 @@ class PesUnit {
   /// Goes on by one payload.
   Step take(const std::uint8_t* payload, std::size_t size, bool unit_start);
 
+  /// Goes on by payloads of together `size` bytes, at most rest(), none of which
+  /// begins a unit; behind the header of one that is open.
+  void advance(std::size_t size);
+  /// Bytes that are still to come; SIZE_MAX where that is not known.
+  [[nodiscard]] std::size_t rest() const {
+    return total_ != 0 && open_ ? total_ - taken_ : SIZE_MAX;
+  }
+
   /// True from a payload unit start until the declared length is reached.
   [[nodiscard]] bool open() const { return open_; }
   /// Bytes of the packet in progress, header included; 0 where that is not known.
@@ -47,10 +55,13 @@ inline PesUnit::Step PesUnit::take(const std::uint8_t* payload, std::size_t size
 
   if (taken_ < kHeader) gather(payload, size);
   const std::size_t bytes = total_ != 0 ? std::min(size, total_ - taken_) : size;
-  taken_ += bytes;
-  const bool completes = total_ != 0 && taken_ == total_;
-  if (completes) open_ = false;
-  return {bytes, completes};
+  advance(bytes);
+  return {bytes, !open_};
+}
+
+inline void PesUnit::advance(std::size_t size) {
+  taken_ += size;
+  if (taken_ == total_) open_ = false;
 }
 
 }  // namespace qel::receiver

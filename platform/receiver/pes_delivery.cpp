@@ -61,6 +61,20 @@ bool Feeder::pes_to_only(const Packet& packet, FilterNode& filter) {
   return true;
 }
 
+std::size_t Feeder::pes_to_only(const Run& run, FilterNode& filter) {
+  constexpr std::size_t kHeader = 4;
+  constexpr std::size_t kPayload = kPacketSize - kHeader;
+  RingNode* node = target_of(filter);
+  PesUnit& unit = filter.unit;
+  if (!node || !(filter.port ? filter.port_started : unit.open())) return 0;
+  const std::size_t count = append_run<kHeader>(run, node->ring, unit.rest() / kPayload);
+  if (unit.open()) unit.advance(count * kPayload);
+  if (filter.port) filter.passed_on.bytes += count * kPayload;
+  const bool in_pieces = filter.port && lossless();
+  if (in_pieces || !unit.open()) node->ring.commit(in_pieces ? count : 1);
+  return count;
+}
+
 void Feeder::to_pes(const Packet& packet, Route& route) {
   if (!packet.has_payload()) return;
   for (FilterNode* filter : route.pes) {

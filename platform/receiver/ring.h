@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <mutex>
+#include <span>
 #include <vector>
 
 #include "common/unique_fd.h"
@@ -53,8 +54,14 @@ class Ring {
   }
   /// Adds to the record being built, for which there must be room.
   void append(const std::uint8_t* data, std::size_t count);
-  /// Ends the record being built.
-  void commit();
+  /// The room in one piece that append() would use next...
+  [[nodiscard]] std::span<std::uint8_t> tail() {
+    return {memory_.bytes() + write_, std::min(size_ - used(), memory_.size() - write_)};
+  }
+  /// ...of which `count` bytes are filled now.
+  void advance(std::size_t count);
+  /// Ends the record being built, or so many of them.
+  void commit(std::size_t records = 1);
   /// Drops the record being built and has the reader told of an overflow.
   void overflow();
   /// Drops the record being built.
@@ -102,7 +109,6 @@ class Ring {
   [[nodiscard]] std::size_t used() const {
     return static_cast<std::size_t>(produced_ - consumed_.load(std::memory_order_acquire));
   }
-  void restart_if_empty();
   void wait_for_copy(std::unique_lock<std::mutex>& lock);
   void mark_overflow(std::uint64_t position);
   [[nodiscard]] bool overflow_due() const;
@@ -121,7 +127,6 @@ class Ring {
   std::uint64_t produced_ = 0;
   std::uint64_t committed_ = 0;
   std::uint64_t published_ = 0;
-  bool restarted_ = false;  // write_ went back to 0 since the last publish()
   bool overflowed_ = false;
   std::uint64_t overflowed_at_ = 0;
   std::vector<std::uint32_t> lengths_to_publish_;
@@ -168,30 +173,25 @@ inline void copy_bytes(std::uint8_t* to, const std::uint8_t* from, std::size_t c
   std::memcpy(to + count - kStep, from + count - kStep, kStep);
 }
 
-// Starting over at the front while nothing waits keeps a ring that is read in
-// time within the first pages of its memory, and so in the cache.
-inline void Ring::restart_if_empty() {
-  if (used() != 0 || write_ == 0) return;
-  write_ = 0;
-  restarted_ = true;
-}
-
 inline void Ring::append(const std::uint8_t* data, std::size_t count) {
-  restart_if_empty();
   const std::size_t first = std::min(count, memory_.size() - write_);
   copy_bytes(memory_.bytes() + write_, data, first);
   if (first < count) copy_bytes(memory_.bytes(), data + first, count - first);
+  advance(count);
+}
+
+inline void Ring::advance(std::size_t count) {
   write_ += count;
   if (write_ >= memory_.size()) write_ -= memory_.size();
   produced_ += count;
 }
 
-inline void Ring::commit() {
+inline void Ring::commit(std::size_t records) {
   const std::uint64_t length = produced_ - committed_;
   if (length == 0) return;
   if (shape_ == Shape::kRecords) lengths_to_publish_.push_back(static_cast<std::uint32_t>(length));
   committed_ = produced_;
-  ++counters_.records;
+  counters_.records += records;
   counters_.bytes += length;
 }
 

@@ -20,19 +20,23 @@ inline std::uint64_t news(std::uint32_t header, std::uint64_t pid) {
          (pid & state::kWanted);
 }
 
-inline std::uint64_t counted(std::uint64_t pid, std::uint32_t header) {
+/// The state of a PID after so many packets in order, the last with `header`.
+inline std::uint64_t counted(std::uint64_t pid, std::uint32_t header, std::uint64_t packets = 1) {
   constexpr std::uint64_t kReplaced = state::kCounter | state::kRepeated;
-  return ((pid + state::kOnePacket) & ~kReplaced) | ((header + 1) & state::kCounter);
+  return ((pid + packets * state::kOnePacket) & ~kReplaced) | ((header + 1) & state::kCounter);
 }
 
 }  // namespace
 
 /// One more packet of a PID that one filter wants, and nothing in it but payload:
-/// most of what is wanted. False where it has to be looked at.
-inline bool Feeder::quick(const std::uint8_t* data) {
+/// most of what is wanted; with it those behind it that go on. Gives their number,
+/// 0 where the first has to be looked at.
+inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
   const Packet packet(data);
   const Route* route = input_.pids.route(packet.pid());
-  return route && route->only && to_only(packet, *route);
+  if (!route || !route->only || !to_only(packet, *route)) return 0;
+  const std::size_t stride = input_.sync.stride();
+  return 1 + to_only({load_be32(data), data + stride, stride, count - 1}, *route);
 }
 
 /// Goes through up to `count` packets that follow each other in sync. Gives
@@ -56,12 +60,18 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
     if ((new_in_it | (header & input_.wanted_bits)) == 0) {
       pid = counted(pid, header);
       scrambled += (header & 0xc0) != 0;
-    } else if (new_in_it == state::kWanted &&
-               (header & (kScrambledOrAdaptation | input_.wanted_bits)) == 0 && quick(data)) {
-      pid = counted(pid, header);
-    } else if (!look_at(data)) {
-      break;
+      continue;
     }
+    if (new_in_it == state::kWanted &&
+        (header & (kScrambledOrAdaptation | input_.wanted_bits)) == 0) {
+      if (const std::size_t run = quick(data, count - done)) {
+        pid = counted(pid, load_be32(data + (run - 1) * stride), run);
+        done += run - 1;
+        data += (run - 1) * stride;
+        continue;
+      }
+    }
+    if (!look_at(data)) break;
   }
   input_.counters.packets += done;
   input_.counters.scrambled += scrambled;

@@ -32,6 +32,20 @@ TEST_F(PesTest, TapJoinsOrSplitsPesPackets) {
   }
 }
 
+TEST_F(PesTest, EndWithoutStuffingIsNotedOnlyWithTheNextPesPacket) {
+  const Bytes filled = pes(kAudio, 5 * 184 - 9);
+  TestNode tap("qel_demux0");
+  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode behind("qel_demux0");
+  behind.pes(kPesPid + 1, DMX_OUT_TAP);
+  feed(stream::join({mux.unit(kPesPid, filled), mux.packet(kPesPid + 1, stream::counting(184)),
+                     mux.unit(kPesPid + 1, filled),
+                     mux.packet(kPesPid + 1, stream::counting(184))}));
+  EXPECT_EQ(tap.read(), filled);
+  EXPECT_EQ(behind.read(), filled);
+  EXPECT_EQ(node_counters(tap).records, 1U);
+}
+
 TEST_F(PesTest, HeaderCutByAPacketEndHidesTheLength) {
   TestNode tap("qel_demux0");
   tap.pes(kPesPid, DMX_OUT_TAP);
