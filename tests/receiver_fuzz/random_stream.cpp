@@ -18,8 +18,9 @@ Bytes Random::bytes(std::size_t count) {
 Bytes RandomStream::packets(std::size_t count) {
   Bytes all;
   all.reserve(count * kPacketSize);
+  std::size_t kind = 0;  // now and then the same several times
   while (all.size() < count * kPacketSize) {
-    const std::size_t kind = random_.below(kSectionPids + kPesPids + 2);
+    if (!random_.one_in(3)) kind = random_.below(kSectionPids + kPesPids + 2);
     unsigned pid = stream::kNullPid;
     if (kind < kSectionPids) pid = static_cast<unsigned>(kFirstSectionPid + kind);
     if (kind >= kSectionPids) pid = static_cast<unsigned>(kFirstPesPid + kind - kSectionPids);
@@ -53,7 +54,12 @@ Bytes RandomStream::make(unsigned pid) {
     header.discontinuity = random_.one_in(16);
     return mux_.packet(pid, {}, header);
   }
-  return mux_.unit(pid, stream::pes(0xe0, random_.below(kLargestPes), !random_.one_in(4)));
+  // Some fill their packets without stuffing, so that the next goes on at once.
+  constexpr std::size_t kPesHeader = 9, kPayload = kPacketSize - 4;
+  const std::size_t size = random_.one_in(3)
+                               ? random_.from_to(1, kLargestPes / kPayload) * kPayload - kPesHeader
+                               : random_.below(kLargestPes);
+  return mux_.unit(pid, stream::pes(0xe0, size, !random_.one_in(4)));
 }
 
 Bytes RandomStream::sections(unsigned pid) {
