@@ -63,7 +63,7 @@ class Feeder {
   std::size_t pes_to_only(const Run& run, FilterNode& filter);
   RingNode* pes_without_room(const Packet& packet, const Route& route, std::size_t& bytes);
   void to_pes(const Packet& packet, Route& route);
-  void commit(Ring& ring);
+  void commit(Ring& ring, std::size_t records = 1);
   void to_tap(FilterNode& filter, const Packet& packet);
   void to_port(FilterNode& filter, const Packet& packet);
   void complete_units();

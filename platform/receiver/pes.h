@@ -61,7 +61,7 @@ inline PesUnit::Step PesUnit::take(const std::uint8_t* payload, std::size_t size
 
 inline void PesUnit::advance(std::size_t size) {
   taken_ += size;
-  if (taken_ == total_) open_ = false;
+  if (total_ != 0 && taken_ == total_) open_ = false;
 }
 
 }  // namespace qel::receiver

@@ -44,9 +44,9 @@ RingNode* Feeder::pes_without_room(const Packet& packet, const Route& route, std
   return nullptr;
 }
 
-/// Ends the record being built, to be shown at the batch's end.
-void Feeder::commit(Ring& ring) {
-  ring.commit();
+/// Ends the record being built, or so many, to be shown at the batch's end.
+void Feeder::commit(Ring& ring, std::size_t records) {
+  ring.commit(records);
   demux_.touch(ring);
 }
 
@@ -68,10 +68,11 @@ std::size_t Feeder::pes_to_only(const Run& run, FilterNode& filter) {
   PesUnit& unit = filter.unit;
   if (!node || !(filter.port ? filter.port_started : unit.open())) return 0;
   const std::size_t count = append_run<kHeader>(run, node->ring, unit.rest() / kPayload);
-  if (unit.open()) unit.advance(count * kPayload);
+  const bool was_open = unit.open();
+  if (was_open) unit.advance(count * kPayload);
   if (filter.port) filter.passed_on.bytes += count * kPayload;
-  const bool in_pieces = filter.port && lossless();
-  if (in_pieces || !unit.open()) node->ring.commit(in_pieces ? count : 1);
+  const bool in_pieces = filter.port && (lossless() || !was_open);
+  if (in_pieces || !unit.open()) commit(node->ring, in_pieces ? count : 1);
   return count;
 }
 

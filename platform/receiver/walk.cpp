@@ -11,7 +11,8 @@ constexpr std::size_t kAhead = 16 * kPacketSize;  // bytes between use and prefe
 constexpr std::uint32_t kSyncAndError = 0xff800000;
 constexpr std::uint32_t kSyncWithoutError = 0x47000000;
 constexpr std::uint32_t kSyncBits = 0xff000000;
-constexpr std::uint32_t kScrambledOrAdaptation = 0xe0;
+constexpr std::uint32_t kNotQuick = 0xe0;  // scrambled, or with an adaptation field
+constexpr std::uint32_t kPayload = 0x10;
 
 /// Zero if the packet brings nothing new: the counter is the one expected, it
 /// has a payload, and nobody wants it.
@@ -62,8 +63,8 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
       scrambled += (header & 0xc0) != 0;
       continue;
     }
-    if (new_in_it == state::kWanted &&
-        (header & (kScrambledOrAdaptation | input_.wanted_bits)) == 0) {
+    if (new_in_it == state::kWanted && (header & (kNotQuick | input_.wanted_bits)) == 0 &&
+        (header & kPayload) != 0) {
       if (const std::size_t run = quick(data, count - done)) {
         pid = counted(pid, load_be32(data + (run - 1) * stride), run);
         done += run - 1;

@@ -34,16 +34,45 @@ TEST_F(PesTest, TapJoinsOrSplitsPesPackets) {
 
 TEST_F(PesTest, EndWithoutStuffingIsNotedOnlyWithTheNextPesPacket) {
   const Bytes filled = pes(kAudio, 5 * 184 - 9);
+  for (const std::size_t packets_before : {1, 2, 3, 4}) {
+    TestNode tap("qel_demux0");
+    tap.pes(kPesPid, DMX_OUT_TAP);
+    const Bytes unit = mux.unit(kPesPid, filled);
+    const std::size_t before = packets_before * stream::kPacketSize;
+    feed(stream::slice(unit, 0, before));
+    EXPECT_TRUE(tap.drain().empty());
+    feed(stream::slice(unit, before, unit.size() - before));
+    EXPECT_EQ(tap.read(), filled) << packets_before;
+    EXPECT_EQ(node_counters(tap).records, 1U);
+  }
+}
+
+TEST_F(PesTest, StartWithoutBytesEndsThePesPacket) {
   TestNode tap("qel_demux0");
   tap.pes(kPesPid, DMX_OUT_TAP);
-  TestNode behind("qel_demux0");
-  behind.pes(kPesPid + 1, DMX_OUT_TAP);
-  feed(stream::join({mux.unit(kPesPid, filled), mux.packet(kPesPid + 1, stream::counting(184)),
-                     mux.unit(kPesPid + 1, filled),
-                     mux.packet(kPesPid + 1, stream::counting(184))}));
-  EXPECT_EQ(tap.read(), filled);
-  EXPECT_EQ(behind.read(), filled);
-  EXPECT_EQ(node_counters(tap).records, 1U);
+  stream::Header start;
+  start.unit_start = true;
+  Bytes empty = mux.packet(kPesPid, stream::counting(1), start);
+  constexpr std::size_t kFieldLength = 4;
+  empty[kFieldLength] = 183;  // up to the packet's end
+  const Bytes whole = pes(kAudio, 184 - 9);
+  feed(empty);
+  feed(mux.packet(kPesPid, whole));
+  EXPECT_EQ(tap.read(), whole);
+}
+
+TEST_F(PesTest, PacketsWithoutPayloadGiveBytes) {
+  TestNode tap("qel_demux0");
+  tap.pes(stream::kNullPid, DMX_OUT_TAP);
+  Bytes all = mux.unit(stream::kNullPid, pes(kVideo, 300, false));
+  for (unsigned i = 0; i < 5; ++i) {
+    Bytes packet = mux.packet(stream::kNullPid, stream::counting(184));
+    packet[3] &= 0x0f;
+    all += packet;
+  }
+  all += mux.unit(stream::kNullPid, pes(kVideo, 10));
+  feed(all);
+  EXPECT_EQ(tap.drain(), (Sizes{309, 19}));
 }
 
 TEST_F(PesTest, HeaderCutByAPacketEndHidesTheLength) {
@@ -329,6 +358,17 @@ TEST_F(PortTest, LiveOverflowLeavesHalfAPicture) {
   port.read();
   EXPECT_EQ(port.last, EOVERFLOW);
   EXPECT_EQ(port.read(third.size()), third);
+}
+
+TEST_F(PortTest, BytesBehindTheDeclaredEndAreLostOrCountedAsOnePiece) {
+  TestNode video("qel_demux0"), port("vdec0", O_RDONLY | O_NONBLOCK);
+  video.pes(kPesPid, DMX_OUT_DECODER, DMX_PES_VIDEO0, DMX_IN_FRONTEND);
+  const Bytes picture = pes(kVideo, 3 * 184 - 9), more = stream::counting(184);
+  Bytes all = mux.unit(kPesPid, picture);
+  for (unsigned i = 0; i < 4; ++i) all += mux.packet(kPesPid, more);
+  feed(all, DMX_IN_FRONTEND);
+  EXPECT_EQ(port.read_all(), stream::join({picture, more, more, more, more}));
+  EXPECT_EQ(node_counters(port).records, 5U);
 }
 
 TEST_F(PortTest, EndIsNotSeenOrOutlastsNewData) {
