@@ -177,14 +177,14 @@ GstStateChangeReturn ready_to_paused(GstTvBaseFilter* self) {
 }
 
 GstStateChangeReturn paused_to_playing(GstTvBaseFilter* self) {
-  const auto result = change_parent(self, GST_STATE_CHANGE_PAUSED_TO_PLAYING);
-  if (result == GST_STATE_CHANGE_FAILURE) return result;
   auto* priv = self->priv;
   priv->feed.starting();
-  const bool started = run(self, GST_TV_BASE_FILTER_GET_CLASS(self)->start);
+  const auto result = change_parent(self, GST_STATE_CHANGE_PAUSED_TO_PLAYING);
+  const bool parent_plays = result != GST_STATE_CHANGE_FAILURE;
+  const bool started = parent_plays && run(self, GST_TV_BASE_FILTER_GET_CLASS(self)->start);
   priv->feed.started(started);
   if (!started) {
-    change_parent(self, GST_STATE_CHANGE_PLAYING_TO_PAUSED);
+    if (parent_plays) change_parent(self, GST_STATE_CHANGE_PLAYING_TO_PAUSED);
     return GST_STATE_CHANGE_FAILURE;
   }
   priv->end_of_stream.set_playing(true);

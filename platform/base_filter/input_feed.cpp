@@ -31,6 +31,7 @@ void InputFeed::begin(FeedTarget target) {
 void InputFeed::starting() {
   const std::lock_guard lock(mutex_);
   starting_ = true;
+  if (!started_) first_passed_ = false;
 }
 
 void InputFeed::started(bool done) {
@@ -123,11 +124,12 @@ bool InputFeed::wait_while_redirecting(Lock& lock) {
   return closed_ == 0;
 }
 
-/// A recording is read as fast as it can be: what comes before the filters are
-/// programmed would be lost.
+/// A recording is read as fast as it can be: what comes before start has programmed
+/// the streams would be lost, also to those that were programmed before, as start
+/// does it again.
 bool InputFeed::first_must_wait() const {
   if (started_ || first_passed_ || target_.input != DMX_IN_DVR) return false;
-  return starting_ || qel_receiver_has_unset_nodes(target_.demux) == 1;
+  return starting_ || qel_receiver_has_stream_nodes(target_.demux) == 1;
 }
 
 /// Calls the receiver without the lock, which a flush needs to end the call.

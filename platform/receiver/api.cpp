@@ -56,9 +56,11 @@ int qel_receiver_set_pacing(unsigned int number, int on) {
   return 0;
 }
 
-int qel_receiver_has_unset_nodes(unsigned int number) {
+int qel_receiver_has_stream_nodes(unsigned int number) {
   Demux* demux = find_demux(number);
   if (!demux) return -1;
   const Lock lock(demux->mutex);
-  return std::ranges::any_of(demux->nodes, [](const auto& node) { return node->unset(); });
+  return std::ranges::any_of(demux->nodes, [](const auto& node) {
+    return node->kind() != QEL_NODE_SECTION && node->kind() != QEL_NODE_TEMI;
+  });
 }

@@ -59,7 +59,6 @@ int FilterNode::set_section(const dmx_sct_filter_params& params) {
   const Lock lock(demux_.mutex);
   if (closed_) return -EBADF;
   stop_locked();
-  was_set_ = true;
   state_ = State::kFresh;
   kind_ = QEL_NODE_UNSET;
   if (params.pid >= kAllPids) return -EINVAL;
@@ -77,7 +76,6 @@ int FilterNode::set_pes(const PesFilter& filter) {
   const Lock lock(demux_.mutex);
   if (closed_) return -EBADF;
   stop_locked();
-  was_set_ = true;
   state_ = State::kFresh;
   kind_ = QEL_NODE_UNSET;
   if (filter.pid > kAllPids || filter.pes_type > DMX_PES_OTHER) return -EINVAL;

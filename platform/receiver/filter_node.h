@@ -45,8 +45,6 @@ class FilterNode final : public RingNode {
   [[nodiscard]] bool is_running() const { return state_ == State::kRunning; }
   /// True where packets of this input go to the filter.
   [[nodiscard]] bool follows(const Input& input) const;
-  /// True while no filter was ever set on a node that takes one.
-  [[nodiscard]] bool unset() const { return !temi_ && !was_set_; }
   /// A section was delivered: ends a one-shot filter and its time limit.
   void delivered();
   /// The time limit of start number `start` is over. Takes the demux's lock.
@@ -79,7 +77,6 @@ class FilterNode final : public RingNode {
   const bool temi_;
   State state_ = State::kFresh;
   qel_node_kind kind_;
-  bool was_set_ = false;
   bool closed_ = false;
   bool armed_ = false;        // a time limit runs
   std::uint64_t starts_ = 0;  // tells one start's time limit from the next one's

@@ -221,12 +221,12 @@ TEST_F(Feed, FirstBufferPassesBeforeTheFiltersAreProgrammed) {
 
 TEST_F(Feed, FirstBufferPassesWhileTheFiltersAreBeingProgrammed) {
   const DeviceNode node("qel_demux1");
+  set_pes_filter(node.fd(), kPid);  // which start does once more
   run(1, kPlayback, GST_STATE_PAUSED);
   std::uint64_t packets_during_start = 1;
   script_.fail("start");
   script_.hook = [&](const std::string& operation) {
     if (operation != "start") return;
-    // No node is unset any more; others are still to be programmed anew.
     set_section_filter(node.fd(), kPid);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     packets_during_start = counters(1, DMX_IN_DVR).packets;

@@ -116,7 +116,7 @@ TEST_F(Faults, FailingCallStillActs) {
   const DeviceNode node("qel_demux2");
   ASSERT_EQ(qel_faults_set("qel_demux2 KWRX_DMX_SET_FILTER 1 EINVAL"), 0);
   EXPECT_EQ(set_section_filter(node.fd(), 100), -1);
-  EXPECT_EQ(qel_receiver_has_unset_nodes(2), 1);
+  EXPECT_EQ(qel_receiver_has_stream_nodes(2), 1);
 }
 
 class FaultyReads : public Faults {

@@ -98,4 +98,14 @@ inline int set_section_filter(int fd, unsigned pid) {
   return qel_device_ioctl(fd, KWRX_DMX_SET_FILTER, &filter);
 }
 
+inline int set_pes_filter(int fd, unsigned pid) {
+  dmx_pes_filter_params filter{};
+  filter.pid = static_cast<std::uint16_t>(pid);
+  filter.input = DMX_IN_DVR;
+  filter.output = DMX_OUT_TAP;
+  filter.pes_type = DMX_PES_OTHER;
+  filter.flags = DMX_IMMEDIATE_START;
+  return qel_device_ioctl(fd, KWRX_DMX_SET_PES_FILTER, &filter);
+}
+
 }  // namespace vantrel::test

@@ -161,7 +161,7 @@ TEST_F(InputTest, NumbersOutOfRangeAreUsed) {
       [&] { return qel_receiver_end(6, front_end); },
       [&] { return qel_receiver_set_flushing(0, neither, 1); },
       [&] { return qel_receiver_set_pacing(6, 1); },
-      [&] { return qel_receiver_has_unset_nodes(6); },
+      [&] { return qel_receiver_has_stream_nodes(6); },
       [&] { return qel_receiver_get_input_counters(0, neither, &input); },
       [&] { return qel_receiver_get_pid_counters(0, front_end, 0x2000, &pid); },
       [&] { return qel_receiver_foreach_node(6, nothing, nullptr); },

@@ -240,14 +240,16 @@ TEST_F(RequestTest, NodesRunOutTooEarlyOrNever) {
   EXPECT_TRUE(TestNode("qel_demux3"));
 }
 
-TEST_F(RequestTest, UnsetNodesAreSeenWhereThereAreNone) {
-  EXPECT_EQ(qel_receiver_has_unset_nodes(0), 0);
+TEST_F(RequestTest, NodesOfStreamsAreSeenWhereThereAreNone) {
+  EXPECT_EQ(qel_receiver_has_stream_nodes(0), 0);
   TestNode temi("qel_temi0"), first("qel_demux0"), second("qel_demux0");
-  EXPECT_EQ(qel_receiver_has_unset_nodes(0), 1);
+  EXPECT_EQ(qel_receiver_has_stream_nodes(0), 1);
   first.section(kRequestPid, 0);
-  EXPECT_EQ(qel_receiver_has_unset_nodes(0), 1);
+  EXPECT_EQ(qel_receiver_has_stream_nodes(0), 1);
+  second.pes(kRequestPid, DMX_OUT_TAP);
+  EXPECT_EQ(qel_receiver_has_stream_nodes(0), 1);
   second.close();
-  EXPECT_EQ(qel_receiver_has_unset_nodes(0), 0);
+  EXPECT_EQ(qel_receiver_has_stream_nodes(0), 0);
 }
 
 TEST_F(RequestTest, CallsOnAClosedNodeWork) {

@@ -82,13 +82,14 @@ int qel_receiver_end(unsigned int demux, enum dmx_input input);
 int qel_receiver_set_pacing(unsigned int demux, int on);
 
 /**
- * qel_receiver_has_unset_nodes:
+ * qel_receiver_has_stream_nodes:
  * @demux: 0 to 5
  *
- * Returns: 1 while a demux node of @demux is open on which no filter was ever
- *   set: someone is about to program one; 0 otherwise.
+ * Returns: 1 while a demux node of @demux is open that is no section filter: a
+ *   stream's, or one without a filter, which someone is about to program;
+ *   0 otherwise, -1 for a wrong number.
  */
-int qel_receiver_has_unset_nodes(unsigned int demux);
+int qel_receiver_has_stream_nodes(unsigned int demux);
 
 /**
  * qel_input_counters: what came in on an input since the last reset.
