@@ -33,6 +33,7 @@ struct PesOptions {
 struct Texts {
   std::optional<unsigned> subtitle;
   std::optional<unsigned> teletext;
+  std::set<unsigned> announced;  // by the service they were taken from
 
   [[nodiscard]] bool empty() const { return !subtitle && !teletext; }
 };
@@ -47,6 +48,8 @@ std::set<unsigned> pids_of(const Texts& texts) {
 void take_streams(const Programme& programme, Texts* texts) {
   if (const StreamInfo* stream = programme.find("subtitle")) texts->subtitle = stream->pid;
   if (const StreamInfo* stream = programme.find("teletext")) texts->teletext = stream->pid;
+  for (const StreamInfo& stream : programme.streams)
+    if (stream.kind == "subtitle" || stream.kind == "teletext") texts->announced.insert(stream.pid);
 }
 
 /// Those of the service; without one, of the first that has any.
@@ -84,9 +87,20 @@ void print_packet(unsigned pid, std::string_view packet, const PesOptions& optio
   std::printf("%zu bytes\n%s", packet.size(), options.hex ? hex_dump(packet).c_str() : "");
 }
 
+/// Announced streams that would have given something.
+std::string way_out(const PidWatch& watch, const Texts& texts) {
+  std::string text;
+  for (const unsigned pid : texts.announced)
+    if (watch.rates().pid(pid).packets > 0)
+      text += (text.empty() ? "; there is --pid " : ", ") + std::to_string(pid);
+  return text;
+}
+
 /// Why there is nothing.
-[[noreturn]] void fail_empty(const PidWatch& watch, unsigned pid) {
-  watch.finish();
+[[noreturn]] void fail_empty(const PidWatch& watch, const Texts& texts) {
+  if (const std::string missing = watch.missing(); !missing.empty())
+    throw Failure(Status::kNotFound, missing + way_out(watch, texts));
+  const unsigned pid = texts.subtitle.value_or(*texts.teletext);
   const std::string text = "PID " + std::to_string(pid);
   if (watch.rates().pid(pid).scrambled > 0)
     throw Failure(Status::kScrambled, text + " is scrambled");
@@ -119,7 +133,7 @@ void read_packets(Input& input, const Texts& texts, const PesOptions& options) {
            (output && output->is_closed());
   });
   if (output) output->finish();
-  if (count == 0 && !interrupted()) fail_empty(watch, texts.subtitle.value_or(*texts.teletext));
+  if (count == 0 && !interrupted()) fail_empty(watch, texts);
 }
 
 }  // namespace
