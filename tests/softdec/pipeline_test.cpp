@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <gst/gst.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -28,6 +29,9 @@ using stream::operator+=;
 constexpr unsigned kVideo = 0x100, kAudio = 0x101, kSecond = 0x102, kText = 0x103;
 constexpr GstClockTime kPatience = 60 * GST_SECOND;
 
+/// The process's own: tests run side by side.
+std::string sample_file() { return "softdec-sample-" + std::to_string(getpid()) + ".ts"; }
+
 /// Pictures and sound of a second and more, and what belongs on each pad.
 struct Sample {
   Bytes packets;
@@ -53,7 +57,7 @@ const Sample& sample() {
       all.expected["both"] += stream::counting(3000 + i, 0xE0) + stream::counting(900 + i, 0xE0);
       all.expected["audio"] += stream::counting(700 + i, 0xC0);
     }
-    std::ofstream("softdec-sample.ts", std::ios::binary)
+    std::ofstream(sample_file(), std::ios::binary)
         .write(reinterpret_cast<const char*>(all.packets.data()),
                static_cast<std::streamsize>(all.packets.size()));
     return all;
@@ -69,7 +73,7 @@ class SoftDecoders : public ::testing::Test {
       register_element(nullptr, *kind);
     sample();
   }
-  static void TearDownTestSuite() { std::remove("softdec-sample.ts"); }
+  static void TearDownTestSuite() { std::remove(sample_file().c_str()); }
   void TearDown() override { drop(); }
 
   void drop() {
@@ -83,7 +87,8 @@ class SoftDecoders : public ::testing::Test {
     drop();
     g_autoptr(GError) error = nullptr;
     pipeline_ = gst_parse_launch(
-        ("filesrc name=file location=softdec-sample.ts ! vantrel name=d " + demux + " " + rest).c_str(),
+        ("filesrc name=file location=" + sample_file() + " ! vantrel name=d " + demux + " " + rest)
+            .c_str(),
         &error);
     ASSERT_EQ(error, nullptr) << error->message;
     for (const char* name : {"v", "a"})
