@@ -22,6 +22,8 @@
  *
  * The buffers of the sink pad go to the demultiplexer named by the subclass's
  * properties "demux-id" and "demux-type" (0 and 2: front-end input, else DVR).
+ * The first of the DVR input waits until `start` has returned while the demux has
+ * nodes of streams, which would miss it; a flush and the end of the run release it.
  */
 
 #include <gst/gst.h>
