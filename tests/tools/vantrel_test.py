@@ -295,6 +295,12 @@ class Mistakes(unittest.TestCase):
             self.assertIn(text, result.stderr, arguments)
             self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
 
+    @needs_streams
+    def test_of_announcements_name_the_subtitles_that_are_sent(self):
+        result = run("pes", captured("scrambled.ts"), text=True)
+        self.assertEqual(result.returncode, 5, result.stderr)
+        self.assertIn("PID 342 was not in the stream; there is --pid 343", result.stderr)
+
 
 class Atsc(unittest.TestCase):
     def test_channels_and_guide_are_read(self):

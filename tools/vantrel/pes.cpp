@@ -100,7 +100,7 @@ std::string way_out(const PidWatch& watch, const Texts& texts) {
 [[noreturn]] void fail_empty(const PidWatch& watch, const Texts& texts) {
   if (const std::string missing = watch.missing(); !missing.empty())
     throw Failure(Status::kNotFound, missing + way_out(watch, texts));
-  const unsigned pid = texts.subtitle.value_or(*texts.teletext);
+  const unsigned pid = texts.subtitle ? *texts.subtitle : *texts.teletext;
   const std::string text = "PID " + std::to_string(pid);
   if (watch.rates().pid(pid).scrambled > 0)
     throw Failure(Status::kScrambled, text + " is scrambled");
