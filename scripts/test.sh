@@ -42,8 +42,8 @@ build_and_test() {
     ${suite:+--suite "$suite"} || failed=1
 }
 
-# The address sanitizer's code takes longer to optimize than it saves.
 build_and_test build ""
+# The address sanitizer's code takes longer to optimize than it saves.
 build_and_test build-asan "" -Db_sanitize=address,undefined -Db_lundef=false -Doptimization=0
 build_and_test build-tsan threads -Dtools=false -Db_sanitize=thread -Db_lundef=false -Doptimization=1
 

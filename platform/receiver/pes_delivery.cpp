@@ -61,6 +61,7 @@ bool Feeder::pes_to_only(const Packet& packet, FilterNode& filter) {
   return true;
 }
 
+/// Stops before the PES packet's declared end would fall within a packet.
 std::size_t Feeder::pes_to_only(const Run& run, FilterNode& filter) {
   constexpr std::size_t kHeader = 4;
   constexpr std::size_t kPayload = kPacketSize - kHeader;

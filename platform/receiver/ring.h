@@ -24,7 +24,9 @@ namespace qel::receiver {
 /// The buffer between a feeder and the reader of a node.
 ///
 /// The feeder builds records in place and commits them; the reader sees them
-/// when they are published, once a batch. Two sides, two locks:
+/// when they are published, once a batch. The memory is gone through from end to end
+/// also while nothing waits: in the same few pages, writer and reader, on two cores,
+/// would fetch each other's cache lines all the time. Two sides, two locks:
 ///
 ///   writer side: the lock of the demux that feeds the ring;
 ///   mutex_:      what reader and writer share. Taken under the demux's lock,
