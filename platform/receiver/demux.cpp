@@ -126,9 +126,11 @@ void Demux::touch(Ring& ring) {
 }
 
 void Demux::publish() {
+  if (touched_.empty()) return;
+  const Ring::Clock::time_point now = Ring::Clock::now();
   for (Ring* ring : touched_) {
     ring->touched = false;
-    ring->publish();
+    ring->publish(now);
   }
   touched_.clear();
 }

@@ -27,7 +27,9 @@ FilterNode::FilterNode(Demux& demux, std::string name, int flags, bool temi)
       demux_(demux),
       temi_(temi),
       kind_(temi ? QEL_NODE_TEMI : QEL_NODE_UNSET) {
-  if (temi) state_ = State::kSet;  // it needs no filter
+  if (!temi) return;
+  state_ = State::kSet;  // it needs no filter
+  ring.set_ways(Ring::Shape::kBytes, Ring::Wake::kAtOnce);
 }
 
 bool FilterNode::is_clock() const {
@@ -65,7 +67,7 @@ int FilterNode::set_section(const dmx_sct_filter_params& params) {
   section_ = params;
   kind_ = QEL_NODE_SECTION;
   state_ = State::kSet;
-  ring.set_shape(Ring::Shape::kRecords);
+  ring.set_ways(Ring::Shape::kRecords, Ring::Wake::kAtOnce);
   return params.flags & DMX_IMMEDIATE_START ? start_locked() : 0;
 }
 
@@ -86,7 +88,7 @@ int FilterNode::set_pes(const PesFilter& filter) {
   kind_ = kKinds[std::min<std::size_t>(filter.output, kKinds.size() - 1)];
   state_ = State::kSet;
   const bool packets = filter.output == DMX_OUT_TSDEMUX_TAP || filter.pid == kAllPids;
-  ring.set_shape(packets ? Ring::Shape::kBytes : Ring::Shape::kRecords);
+  ring.set_ways(packets ? Ring::Shape::kBytes : Ring::Shape::kRecords, Ring::Wake::kModerated);
   return filter.flags & DMX_IMMEDIATE_START ? start_locked() : 0;
 }
 

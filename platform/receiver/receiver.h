@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "platform/receiver/demux.h"
+#include "platform/receiver/late_wakes.h"
 #include "platform/receiver/timers.h"
 
 namespace qel::receiver {
@@ -16,6 +17,7 @@ struct Receiver {
   std::array<Demux, QEL_RECEIVER_DEMUXES> demuxes{Demux(0), Demux(1), Demux(2),
                                                   Demux(3), Demux(4), Demux(5)};
   Timers timers;
+  LateWakes late_wakes;
 };
 
 /// The receiver; made at first use, never destroyed: threads may feed and read

@@ -15,6 +15,10 @@ namespace {
 /// Bytes from which on letting go of a lock is worth what it costs.
 constexpr std::size_t kLongCopy = 8 * 1024;
 
+/// The least from one wake to the next, unless a part of the ring is full by then.
+constexpr std::chrono::milliseconds kBetweenWakes{1};
+constexpr std::size_t kPartToWakeAt = 2;
+
 /// In pieces: for a long memcpy() the processor's string instruction is taken, which
 /// is slow where source and target are not aligned alike, as here.
 void copy_long(std::uint8_t* to, const std::uint8_t* from, std::size_t count) {
@@ -32,7 +36,8 @@ vantrel::UniqueFD make_event() {
 
 }  // namespace
 
-Ring::Ring(Shape shape, std::size_t size) : shape_(shape), event_(make_event()), size_(size) {}
+Ring::Ring(Shape shape, std::size_t size, WakeSoon wake_soon)
+    : shape_(shape), wake_soon_(std::move(wake_soon)), event_(make_event()), size_(size) {}
 
 void Ring::rollback() {
   const std::size_t length = static_cast<std::size_t>(produced_ - committed_);
@@ -58,7 +63,7 @@ bool Ring::put(const std::uint8_t* data, std::size_t count) {
   return true;
 }
 
-void Ring::publish() {
+void Ring::publish(Clock::time_point now) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (committed_ != published_) {
     available_ += static_cast<std::size_t>(committed_ - published_);
@@ -69,8 +74,21 @@ void Ring::publish() {
   }
   if (overflowed_) mark_overflow(overflowed_at_);
   overflowed_ = false;
-  signal();
-  data_.notify_all();
+  if (!put_off_wake(now)) signal();
+}
+
+/// True where the reader sleeps on, and will be woken soon.
+bool Ring::put_off_wake(Clock::time_point now) {
+  if (wake_ == Wake::kAtOnce || signalled_ || overflow_waits_) return false;
+  if (available_ >= size_ / kPartToWakeAt) return false;
+  if (!late_ && now - woken_ < kBetweenWakes) late_ = wake_comes_ = wake_comes_ || wake_soon_();
+  return late_;
+}
+
+void Ring::wake() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  wake_comes_ = false;
+  if (late_) signal();
 }
 
 int Ring::allocate(std::size_t size) {
@@ -88,9 +106,10 @@ int Ring::allocate(std::size_t size) {
 
 int Ring::ensure_allocated() { return memory_.bytes() ? 0 : allocate(size_); }
 
-void Ring::set_shape(Shape shape) {
+void Ring::set_ways(Shape shape, Wake wake) {
   const std::lock_guard<std::mutex> lock(mutex_);
   shape_ = shape;
+  wake_ = wake;
 }
 
 void Ring::discard() {
@@ -124,9 +143,10 @@ void Ring::reset_counters() {
 }
 
 bool Ring::wait_until_read(std::unique_lock<FairMutex>& demux, std::uint64_t target,
-                           std::chrono::steady_clock::duration limit) {
+                           Clock::duration limit) {
   std::unique_lock<std::mutex> lock(mutex_);
   const std::uint64_t releases = releases_;
+  if (late_) signal();
   // Both locks are held here: a release that comes now finds the wait begun.
   demux.unlock();
   const bool done = room_.wait_for(lock, limit, [&] {
@@ -182,7 +202,7 @@ std::size_t Ring::take(void* buffer, std::size_t size, std::unique_lock<std::mut
   if (read_ >= memory_.size()) read_ -= memory_.size();
   available_ -= count;
   consumed_.fetch_add(count, std::memory_order_release);
-  signal();
+  if (!late_ || available_ == 0) signal();
   room_.notify_all();
   return count;
 }
@@ -220,28 +240,24 @@ void Ring::force_overflow() {
   if (!exists_) return;  // reads give 0, whatever is marked
   mark_overflow(consumed_.load(std::memory_order_relaxed) + available_);
   signal();
-  data_.notify_all();
 }
 
 void Ring::time_out() {
   const std::lock_guard<std::mutex> lock(mutex_);
   timed_out_ = true;
   signal();
-  data_.notify_all();
 }
 
 void Ring::end() {
   const std::lock_guard<std::mutex> lock(mutex_);
   ended_ = true;
   signal();
-  data_.notify_all();
 }
 
 void Ring::close() {
   const std::lock_guard<std::mutex> lock(mutex_);
   closed_ = true;
   signal();
-  data_.notify_all();
   room_.notify_all();
 }
 
@@ -253,11 +269,14 @@ void Ring::release() {
 
 void Ring::signal() {
   const bool readable = available_ > 0 || overflow_waits_ || timed_out_ || ended_ || closed_;
+  late_ = false;
   if (readable == signalled_) return;
   signalled_ = readable;
   eventfd_t value;
   if (readable) {
+    if (wake_ == Wake::kModerated) woken_ = Clock::now();
     eventfd_write(event_.get(), 1);
+    data_.notify_all();
   } else {
     eventfd_read(event_.get(), &value);
   }

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <span>
 #include <vector>
@@ -33,8 +34,16 @@ namespace qel::receiver {
 ///                never the other way round.
 class Ring {
  public:
+  using Clock = std::chrono::steady_clock;
+
   /// What one read may return: a record or the rest of one, or any bytes.
   enum class Shape { kRecords, kBytes };
+  /// When a reader that waits is woken: by each batch that brings something, or, where
+  /// batches follow each other fast, no more than once a millisecond.
+  enum class Wake { kAtOnce, kModerated };
+  /// Sees to it that wake() is called within a millisecond; false where it cannot.
+  /// Called under the ring's locks.
+  using WakeSoon = std::function<bool()>;
 
   struct Counters {
     std::uint64_t records = 0;
@@ -42,7 +51,7 @@ class Ring {
     std::uint64_t dropped = 0;
   };
 
-  Ring(Shape shape, std::size_t size);
+  Ring(Shape shape, std::size_t size, WakeSoon wake_soon);
 
   [[nodiscard]] int fd() const { return event_.get(); }
 
@@ -71,13 +80,13 @@ class Ring {
   /// Appends and commits; an overflow where there is no room. False then.
   bool put(const std::uint8_t* data, std::size_t count);
   /// Shows the reader what was committed.
-  void publish();
+  void publish(Clock::time_point now);
   /// Takes what the buffer needs; 0 or -ENOMEM. Drops what is in it.
   int allocate(std::size_t size);
   /// Allocates the size it has unless that was done.
   int ensure_allocated();
-  /// Changes the shape of an empty ring.
-  void set_shape(Shape shape);
+  /// Changes the ways of an empty ring.
+  void set_ways(Shape shape, Wake wake);
   /// Drops what was not read, with errors that wait; releases the writer.
   void discard();
   [[nodiscard]] const Counters& counters() const { return counters_; }
@@ -91,12 +100,14 @@ class Ring {
   /// Waits, `demux` given up meanwhile, until `target` bytes have been read.
   /// False when `limit` is over; true too when release() was called.
   bool wait_until_read(std::unique_lock<FairMutex>& demux, std::uint64_t target,
-                       std::chrono::steady_clock::duration limit);
+                       Clock::duration limit);
 
   // Any thread.
   ssize_t read(void* buffer, std::size_t size, bool blocking);
   [[nodiscard]] std::size_t available() const;
   [[nodiscard]] std::uint64_t overflows() const;
+  /// Wakes the reader if that was put off.
+  void wake();
   void force_overflow();
   void time_out();
   void end();
@@ -112,6 +123,7 @@ class Ring {
     return static_cast<std::size_t>(produced_ - consumed_.load(std::memory_order_acquire));
   }
   void wait_for_copy(std::unique_lock<std::mutex>& lock);
+  [[nodiscard]] bool put_off_wake(Clock::time_point now);
   void mark_overflow(std::uint64_t position);
   [[nodiscard]] bool overflow_due() const;
   std::size_t take(void* buffer, std::size_t size, std::unique_lock<std::mutex>& lock);
@@ -120,6 +132,7 @@ class Ring {
   void forget();
 
   Shape shape_;  // written under both locks
+  const WakeSoon wake_soon_;
   vantrel::UniqueFD event_;
 
   // Writer side. Positions count bytes since the ring was made.
@@ -149,7 +162,11 @@ class Ring {
   bool overflow_waits_ = false;             // mutex_; to be told once, at
   std::uint64_t overflow_at_ = 0;           // mutex_; this position
   std::uint64_t overflows_ = 0;             // mutex_; times told
+  Wake wake_ = Wake::kModerated;            // mutex_
   bool signalled_ = false;                  // mutex_; event_ is readable
+  bool late_ = false;                       // mutex_; it is not yet, and will be soon
+  bool wake_comes_ = false;                 // mutex_; wake() will be called
+  Clock::time_point woken_;                 // mutex_; when event_ became readable
   std::uint64_t releases_ = 0;              // mutex_
   /// A reader copies, without mutex_: what it copies, and memory_, stay meanwhile.
   bool copying_ = false;            // mutex_

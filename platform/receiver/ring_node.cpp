@@ -5,10 +5,14 @@
 #include <cstdint>
 #include <utility>
 
+#include "platform/receiver/receiver.h"
+
 namespace qel::receiver {
 
 RingNode::RingNode(std::string name, int flags, Ring::Shape shape, std::size_t buffer_size)
-    : ring(shape, buffer_size), name_(std::move(name)), flags_(flags) {}
+    : ring(shape, buffer_size, [this] { return receiver().late_wakes.add(weak_from_this()); }),
+      name_(std::move(name)),
+      flags_(flags) {}
 
 ssize_t RingNode::read(void* buffer, std::size_t size) {
   constexpr std::uintptr_t kFirstPage = 4096;

@@ -2,10 +2,9 @@
 #include "platform/receiver/timers.h"
 
 #include <algorithm>
-#include <system_error>
-#include <thread>
 #include <utility>
 
+#include "platform/receiver/detached.h"
 #include "platform/receiver/filter_node.h"
 
 namespace qel::receiver {
@@ -13,20 +12,11 @@ namespace qel::receiver {
 bool Timers::arm(std::weak_ptr<FilterNode> node, const void* key, std::uint64_t start,
                  Clock::time_point deadline) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!running_) running_ = start_thread();
+  if (!running_) running_ = start_detached([this] { run(); });
   if (!running_) return false;
   limits_.push_back({std::move(node), key, start, deadline});
   changed_.notify_all();
   return true;
-}
-
-bool Timers::start_thread() {
-  try {
-    std::thread([this] { run(); }).detach();
-    return true;
-  } catch (const std::system_error&) {
-    return false;
-  }
 }
 
 void Timers::disarm(const void* key) {

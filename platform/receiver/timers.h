@@ -33,7 +33,6 @@ class Timers {
     Clock::time_point deadline;
   };
 
-  bool start_thread();
   void run();
   bool take_next(Limit& limit);
 

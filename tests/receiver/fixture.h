@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pthread.h>
 #include <qel/device.h>
 #include <qel/dmx.h>
 #include <qel/receiver.h>
@@ -175,4 +176,20 @@ class Background {
   bool done_ = false;  // mutex_
   int result_ = -1;    // mutex_
   std::thread thread_;
+};
+
+/// New threads' stacks are larger than the address space while it lives.
+class NoThreads {
+ public:
+  NoThreads() {
+    pthread_getattr_default_np(&before_);
+    pthread_attr_t huge;
+    pthread_attr_init(&huge);
+    pthread_attr_setstacksize(&huge, std::size_t{1} << 47);
+    pthread_setattr_default_np(&huge);
+  }
+  ~NoThreads() { pthread_setattr_default_np(&before_); }
+
+ private:
+  pthread_attr_t before_;
 };

@@ -306,4 +306,57 @@ TEST_F(FlowTest, ForcedOverflowLosesWhatWaitsOrIsToldWithoutABuffer) {
   EXPECT_EQ(node.drain(), (Sizes{20, -EOVERFLOW, 30}));
 }
 
+/// Nodes whose readers a fast stream wakes no more than a thousand times a second.
+class WakeTest : public ReceiverTest {
+ protected:
+  WakeTest() {
+    tap_.pes(kFlowPid, DMX_OUT_TAP);
+    recorded_.pes(kFlowPid, DMX_OUT_TS_TAP);
+    video_.pes(kFlowPid, DMX_OUT_DECODER, DMX_PES_VIDEO0);
+  }
+  /// Each time there is something to read, poll() must say so.
+  void poll_and_read() {
+    for (int i = 0; i < 200; ++i) {
+      ASSERT_EQ(feed(mux.unit(kFlowPid, stream::pes(0xe0, 100))), 0);
+      for (TestNode* node : {&tap_, &record_, &port_}) {
+        ASSERT_TRUE(node->readable(20000)) << i;
+        ASSERT_FALSE(node->read_all().empty()) << i;
+        ASSERT_FALSE(node->readable()) << i;
+      }
+    }
+  }
+
+ private:
+  TestNode tap_{"qel_demux0"}, recorded_{"qel_demux0"}, video_{"qel_demux0"};
+  TestNode record_{"qel_dvr0", O_RDONLY | O_NONBLOCK}, port_{"vdec0", O_RDONLY | O_NONBLOCK};
+};
+
+TEST_F(WakeTest, ReaderSleepsOnOrIsWokenForNothing) { poll_and_read(); }
+
+TEST_F(WakeTest, ReaderSleepsOnWhereNoThreadCouldWakeItLater) {
+  std::this_thread::sleep_for(500ms);  // one that is left from before has ended
+  const NoThreads no_threads;
+  poll_and_read();
+}
+
+TEST_F(FlowTest, ReaderSleepsOnThatSharesANodeOrTookAPart) {
+  constexpr std::size_t kUnits = 200;
+  TestNode tap("qel_demux0", O_RDWR);
+  tap.pes(kFlowPid, DMX_OUT_TAP);
+  std::atomic<std::size_t> left{kUnits * 109};
+  const auto read_pieces = [&] {
+    for (std::size_t size = 1; size > 0; left -= size) size = tap.read(50).size();
+    return tap.last;
+  };
+  Background one(read_pieces), other(read_pieces);
+  for (std::size_t i = 0; i < kUnits; ++i) {
+    ASSERT_EQ(feed(mux.unit(kFlowPid, stream::pes(0xe0, 100))), 0);
+  }
+  for (int i = 0; i < 20000 && left > 0; ++i) std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(left, 0U);
+  tap.close();
+  EXPECT_EQ(one.result(), EBADF);
+  EXPECT_EQ(other.result(), EBADF);
+}
+
 }  // namespace

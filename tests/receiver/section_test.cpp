@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include <pthread.h>
-
 #include "tests/receiver/fixture.h"
 
 namespace {
@@ -251,22 +249,6 @@ TEST_F(SectionTest, OneShotFilterGivesASecondSection) {
     EXPECT_EQ(node.control(KWRX_DMX_START), 0);
   }
 }
-
-/// New threads' stacks are larger than the address space while it lives.
-class NoThreads {
- public:
-  NoThreads() {
-    pthread_getattr_default_np(&before_);
-    pthread_attr_t huge;
-    pthread_attr_init(&huge);
-    pthread_attr_setstacksize(&huge, std::size_t{1} << 47);
-    pthread_setattr_default_np(&huge);
-  }
-  ~NoThreads() { pthread_setattr_default_np(&before_); }
-
- private:
-  pthread_attr_t before_;
-};
 
 TEST_F(SectionTest, TimeoutWithoutAThreadEndsTheProgramOrRunsWithoutLimit) {
   TestNode node("qel_demux0");
