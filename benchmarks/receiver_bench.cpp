@@ -152,6 +152,11 @@ void BM_NoFilter(benchmark::State& state) {
   rate(state, size);
 }
 
+/// Four times a filter's share of a block, and room for a few PES packets.
+std::uintptr_t buffer_size(unsigned filters) {
+  return std::max<std::uintptr_t>(4 * kPiece / filters, 16 * 1024);
+}
+
 std::vector<std::shared_ptr<qel::Node>> open_filters(unsigned count, dmx_output output) {
   std::vector<std::shared_ptr<qel::Node>> nodes;
   for (unsigned i = 0; i < count; ++i) {
@@ -164,7 +169,7 @@ std::vector<std::shared_ptr<qel::Node>> open_filters(unsigned count, dmx_output 
     params.output = output;
     params.pes_type = DMX_PES_OTHER;
     params.flags = DMX_IMMEDIATE_START;
-    node->control(KWRX_DMX_SET_BUFFER_SIZE, reinterpret_cast<void*>(131072));
+    node->control(KWRX_DMX_SET_BUFFER_SIZE, reinterpret_cast<void*>(buffer_size(count)));
     node->control(KWRX_DMX_SET_PES_FILTER, &params);
     nodes.push_back(std::move(node));
   }

@@ -110,7 +110,8 @@ void run(unsigned first, unsigned count, unsigned rounds) {
   const double cpu = cpu_seconds();
   const auto begin = Clock::now();
   std::vector<std::thread> feeders;
-  for (unsigned i = 0; i < count; i++) feeders.emplace_back(feed, first + i, std::cref(bytes), rounds);
+  for (unsigned i = 0; i < count; i++)
+    feeders.emplace_back(feed, first + i, std::cref(bytes), rounds);
   for (std::thread& feeder : feeders) feeder.join();
   const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
   std::printf(

@@ -18,7 +18,8 @@ export GST_REGISTRY=$results/registry.bin
 
 measure() { # NAME PROGRAM
   echo "measuring: $1"
-  "build-bench/benchmarks/$2" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
+  "build-bench/benchmarks/$2" --benchmark_enable_random_interleaving=true \
+    --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
     --benchmark_min_time=0.3 --benchmark_out="$results/$1.json" --benchmark_out_format=json \
     >"$results/$1.txt" 2>&1
 }
