@@ -2,6 +2,7 @@
 #include <qel/log.h>
 #include <qel/trace.h>
 
+#include <array>
 #include <atomic>
 
 #include "tests/receiver/fixture.h"
@@ -345,8 +346,11 @@ TEST_F(FlowTest, ReaderSleepsOnThatSharesANodeOrTookAPart) {
   tap.pes(kFlowPid, DMX_OUT_TAP);
   std::atomic<std::size_t> left{kUnits * 109};
   const auto read_pieces = [&] {
-    for (std::size_t size = 1; size > 0; left -= size) size = tap.read(50).size();
-    return tap.last;
+    std::array<std::uint8_t, 50> piece;
+    ssize_t size = 0;
+    while ((size = qel_device_read(tap.fd(), piece.data(), piece.size())) > 0)
+      left -= static_cast<std::size_t>(size);
+    return errno;
   };
   Background one(read_pieces), other(read_pieces);
   for (std::size_t i = 0; i < kUnits; ++i) {
