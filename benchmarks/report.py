@@ -65,6 +65,8 @@ def print_streams(stream):
         ("Record/multiplex/3", "the same / of 3 of the 60, a twentieth to copy"),
     ):
         line(what, f"{stream[name] / all_pids:.2f} x", "<= 1.3")
+    copies = stream["Record/multiplex/3"] / stream["BM_CopyTwice"]
+    line("all bytes only copied in and out / 3 of the 60 recorded", f"{copies:.2f} x", "")
 
 
 def print_crc(crc):

@@ -14,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -366,6 +367,23 @@ void BM_Record(benchmark::State& state) {
   qel_device_close("qel_dvr0", fd);
 }
 
+/// The least that a recording costs: every byte into a ring and out of it.
+void BM_CopyTwice(benchmark::State& state) {
+  constexpr std::size_t kRing = 10 * 188 * std::size_t{1024};  // as large as the record node's
+  std::vector<std::uint8_t> ring(kRing + kBlock), buffer(kBlock);
+  for (auto _ : state) {
+    std::size_t at = 0;
+    feed_blocks(multiplex(), [&](const std::uint8_t* data, std::size_t size) {
+      std::memcpy(ring.data() + at, data, size);
+      benchmark::ClobberMemory();
+      std::memcpy(buffer.data(), ring.data() + at, size);
+      benchmark::ClobberMemory();
+      at = (at + size) % kRing;
+    });
+  }
+  report(state, multiplex());
+}
+
 #ifdef HAVE_AVFORMAT
 
 struct Position {
@@ -426,6 +444,7 @@ BENCHMARK(BM_PlayTsdemux<play_from_file>)
     ->Name("PlayFile/tsdemux")
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CopyTwice)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Record<multiplex>)
     ->Name("Record/multiplex")
     ->Arg(3)
