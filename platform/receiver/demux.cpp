@@ -125,12 +125,12 @@ void Demux::touch(Ring& ring) {
   touched_.push_back(&ring);
 }
 
-void Demux::publish() {
+void Demux::publish(bool lossless) {
   if (touched_.empty()) return;
   const Ring::Clock::time_point now = Ring::Clock::now();
   for (Ring* ring : touched_) {
     ring->touched = false;
-    ring->publish(now);
+    ring->publish(lossless, now);
   }
   touched_.clear();
 }

@@ -77,7 +77,8 @@ class Demux {
 
   /// Notes a ring that publish() is to show to its reader.
   void touch(Ring& ring);
-  void publish();
+  /// Readers of a stream that would wait for them may be woken a little later.
+  void publish(bool lossless);
 
   void set_pacing(bool on);
   /// Lets another PID set the pace.

@@ -55,7 +55,7 @@ int Feeder::feed(const std::uint8_t* data, std::size_t size) {
     input_.carried += size - done;
     done = size;
   }
-  demux_.publish();
+  demux_.publish(lossless());
   input_.counters.flushed += size - done;
   return cancelled() ? -ECANCELED : 0;
 }
@@ -115,7 +115,7 @@ std::size_t Feeder::run(const std::uint8_t* data, std::size_t size, std::size_t 
 
 /// Shows readers what there is, and lets others have the demux for a moment.
 void Feeder::next_batch() {
-  demux_.publish();
+  demux_.publish(lossless());
   if (input_.pacer.pid() && ++input_.batches_without_pcr > kBatchesWithoutPcr) {
     demux_.restart_pacing(input_);
   }
@@ -126,7 +126,7 @@ void Feeder::next_batch() {
 int Feeder::end() {
   if (const int error = begin(); error < 0) return error;
   complete_units();
-  demux_.publish();
+  demux_.publish(lossless());
   if (lossless() && !wait_until_empty()) return -ECANCELED;
   for (Port& port : ports()) {
     if (port.last_input == &input_ && port.reader) port.reader->ring.end();

@@ -244,7 +244,7 @@ void FilterNode::close() {
   if (closed_) return;
   stop_locked();
   closed_ = true;
-  ring.close();
+  close_ring();
   std::erase_if(demux_.nodes, [this](const auto& node) { return node.get() == this; });
 }
 

@@ -3,10 +3,9 @@
 
 #include <chrono>
 #include <thread>
-#include <utility>
 
 #include "platform/receiver/detached.h"
-#include "platform/receiver/ring_node.h"
+#include "platform/receiver/ring.h"
 
 namespace qel::receiver {
 namespace {
@@ -16,33 +15,41 @@ constexpr std::chrono::milliseconds kIdle{100};  // so long the thread stays wit
 
 }  // namespace
 
-bool LateWakes::add(std::weak_ptr<RingNode> node) {
+bool LateWakes::add(Ring& ring) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (!running_) running_ = start_detached([this] { run(); });
   if (!running_) return false;
-  nodes_.push_back(std::move(node));
-  if (nodes_.size() == 1) added_.notify_one();
+  rings_.push_back(&ring);
+  if (rings_.size() == 1) added_.notify_one();
   return true;
+}
+
+void LateWakes::forget(Ring& ring) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  std::erase(rings_, &ring);
+  woken_.wait(lock, [&] { return waking_ != &ring; });
 }
 
 void LateWakes::run() {
-  for (Nodes nodes; take_next(nodes); nodes.clear()) {
-    for (const auto& each : nodes) {
-      if (const auto node = each.lock()) node->ring.wake();
-    }
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (added_.wait_for(lock, kIdle, [this] { return !rings_.empty(); })) {
+    lock.unlock();
+    std::this_thread::sleep_for(kLate);
+    lock.lock();
+    // Those that are added meanwhile have their millisecond before them.
+    for (std::size_t due = rings_.size(); due > 0 && !rings_.empty(); --due) wake_first(lock);
   }
+  running_ = false;
 }
 
-/// Those that are due; false when there were none for long.
-bool LateWakes::take_next(Nodes& nodes) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  running_ = added_.wait_for(lock, kIdle, [this] { return !nodes_.empty(); });
-  if (!running_) return false;
+void LateWakes::wake_first(std::unique_lock<std::mutex>& lock) {
+  Ring* ring = waking_ = rings_.front();
+  rings_.erase(rings_.begin());
   lock.unlock();
-  std::this_thread::sleep_for(kLate);
+  ring->wake();
   lock.lock();
-  nodes_.swap(nodes);
-  return true;
+  waking_ = nullptr;
+  woken_.notify_all();
 }
 
 }  // namespace qel::receiver

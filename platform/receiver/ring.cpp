@@ -63,7 +63,7 @@ bool Ring::put(const std::uint8_t* data, std::size_t count) {
   return true;
 }
 
-void Ring::publish(Clock::time_point now) {
+void Ring::publish(bool may_wait, Clock::time_point now) {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (committed_ != published_) {
     available_ += static_cast<std::size_t>(committed_ - published_);
@@ -74,7 +74,7 @@ void Ring::publish(Clock::time_point now) {
   }
   if (overflowed_) mark_overflow(overflowed_at_);
   overflowed_ = false;
-  if (!put_off_wake(now)) signal();
+  if (!may_wait || !put_off_wake(now)) signal();
 }
 
 /// True where the reader sleeps on, and will be woken soon.

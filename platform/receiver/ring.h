@@ -79,8 +79,9 @@ class Ring {
   void rollback();
   /// Appends and commits; an overflow where there is no room. False then.
   bool put(const std::uint8_t* data, std::size_t count);
-  /// Shows the reader what was committed.
-  void publish(Clock::time_point now);
+  /// Shows the reader what was committed; wakes it, if not later. `may_wait` where the
+  /// writer waits for room: no data is lost to a reader that sleeps on.
+  void publish(bool may_wait, Clock::time_point now);
   /// Takes what the buffer needs; 0 or -ENOMEM. Drops what is in it.
   int allocate(std::size_t size);
   /// Allocates the size it has unless that was done.

@@ -10,9 +10,14 @@
 namespace qel::receiver {
 
 RingNode::RingNode(std::string name, int flags, Ring::Shape shape, std::size_t buffer_size)
-    : ring(shape, buffer_size, [this] { return receiver().late_wakes.add(weak_from_this()); }),
+    : ring(shape, buffer_size, [this] { return receiver().late_wakes.add(ring); }),
       name_(std::move(name)),
       flags_(flags) {}
+
+void RingNode::close_ring() {
+  ring.close();
+  receiver().late_wakes.forget(ring);
+}
 
 ssize_t RingNode::read(void* buffer, std::size_t size) {
   constexpr std::uintptr_t kFirstPage = 4096;

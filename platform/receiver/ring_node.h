@@ -62,6 +62,8 @@ class RingNode : public Node, public std::enable_shared_from_this<RingNode> {
   Ring ring;
 
  protected:
+  /// Ends reads; the writer side is locked, and feeds the ring no more.
+  void close_ring();
   /// What every kind of node checks first; 1 where there is nothing to do.
   [[nodiscard]] int check_buffer_size(std::size_t size) const;
 

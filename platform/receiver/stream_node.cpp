@@ -76,7 +76,7 @@ void StreamNode::close() {
   locked([&] {
     std::shared_ptr<StreamNode>& reader = demux_ ? demux_->record : port_->reader;
     if (reader.get() == this) reader.reset();
-    ring.close();
+    close_ring();
     return 0;
   });
 }

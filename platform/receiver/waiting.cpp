@@ -27,7 +27,7 @@ bool Feeder::pace(const Packet& packet) {
   if (first) demux_.refresh(input_, packet.pid());
   if (input_.pacer.pid() == packet.pid()) input_.batches_without_pcr = 0;
   if (delay <= Clock::duration::zero()) return true;
-  demux_.publish();
+  demux_.publish(lossless());
   input_.pace.wait_until(lock_, now + delay, [this] { return cancelled() || !demux_.pacing; });
   return !cancelled();
 }
@@ -40,7 +40,7 @@ bool Feeder::wait_for_room(RingNode& node, std::size_t bytes, unsigned pid) {
 /// stopped or closed. False: cancelled.
 bool Feeder::wait_until_read(RingNode& node, std::uint64_t target, unsigned pid) {
   const std::shared_ptr<RingNode> kept = node.shared_from_this();
-  demux_.publish();
+  demux_.publish(lossless());
   hold_clocks(true);
   input_.waiting_on = kept;
   while (!cancelled() && !kept->ring.wait_until_read(lock_, target, kLongWait)) {
