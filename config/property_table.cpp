@@ -197,7 +197,7 @@ constexpr auto kProperties = std::to_array<PropertyRow>({
 });
 static_assert(kProperties.size() == 44);
 
-// Tools list properties in this order.
+// Nothing shows it: GObject lists properties by id, tools list them by name.
 constexpr auto kInstallOrder = std::to_array<guint>(
     {1,  3,  4,  11, 5,  6,  7,  8,  9,  12, 13, 14, 38, 10, 15, 16, 39, 40, 17, 2,  18, 33,
      19, 20, 21, 23, 32, 24, 25, 27, 22, 26, 28, 29, 30, 31, 34, 35, 36, 37, 41, 42, 43, 44});
