@@ -179,6 +179,29 @@ TEST(Marshallers, CallNothingWithTooFewValuesOrNoPlaceForTheResult) {
   }
 }
 
+std::string g_closure_called;
+
+/// Whoever derives from the element overrides a closure by its name.
+TEST(Signals, CallTheClosureOfTheirOwnName) {
+  Element element;
+  auto* klass = reinterpret_cast<GstVantrelClass*>(G_OBJECT_GET_CLASS(element.get()));
+  ASSERT_EQ(klass->section_upload, nullptr);
+  ASSERT_EQ(klass->pes_upload, nullptr);
+  ASSERT_EQ(klass->temi_upload, nullptr);
+  klass->section_upload = [](GstVantrel*, guint, guint, gpointer, guint, gpointer) {
+    g_closure_called += " section";
+  };
+  klass->pes_upload = [](GstVantrel*, guint, gpointer, guint) { g_closure_called += " pes"; };
+  klass->temi_upload = [](GstVantrel*, guint, gpointer) { g_closure_called += " temi"; };
+  g_signal_emit_by_name(element.get(), "section-upload", 0U, 0U, nullptr, 0U, nullptr);
+  g_signal_emit_by_name(element.get(), "pes-upload", 0U, nullptr, 0U);
+  g_signal_emit_by_name(element.get(), "temi-data", 0U, nullptr);
+  klass->section_upload = nullptr;
+  klass->pes_upload = nullptr;
+  klass->temi_upload = nullptr;
+  EXPECT_EQ(std::exchange(g_closure_called, {}), " section pes temi");
+}
+
 TEST(Signals, RunOrdinaryHandlersBeforeTheClasssOwn) {
   Element element;
   std::pair<Element*, bool> seen{&element, false};
