@@ -158,11 +158,13 @@ void Stage::on_no_more_pads(GstElement*, gpointer self) {
 }
 
 void Stage::on_pad_added(GstElement*, GstPad* pad, gpointer self) {
-  static_cast<Stage*>(self)->write(std::string("pad added: ") + GST_PAD_NAME(pad));
+  static_cast<Stage*>(self)->write(std::string("pad added: ") + GST_PAD_NAME(pad) +
+                                   (GST_PAD_IS_ACTIVE(pad) ? "" : ", not active"));
 }
 
 void Stage::on_pad_removed(GstElement*, GstPad* pad, gpointer self) {
-  static_cast<Stage*>(self)->write(std::string("pad removed: ") + GST_PAD_NAME(pad));
+  static_cast<Stage*>(self)->write(std::string("pad removed: ") + GST_PAD_NAME(pad) +
+                                   (GST_PAD_IS_ACTIVE(pad) ? ", active" : ""));
 }
 
 void Stage::release(const std::string&) {
