@@ -27,7 +27,10 @@ Lines element_lines(GstElementClass* klass) {
   for (const char* key : {GST_ELEMENT_METADATA_LONGNAME, GST_ELEMENT_METADATA_KLASS,
                           GST_ELEMENT_METADATA_DESCRIPTION})
     line += " " + quoted(gst_element_class_get_metadata(klass, key));
-  return {line};
+  g_autoptr(GstElementFactory) factory = gst_element_factory_find("vantrel");
+  if (factory == nullptr) return {line, "not registered"};
+  return {line + " rank " +
+          std::to_string(gst_plugin_feature_get_rank(GST_PLUGIN_FEATURE(factory)))};
 }
 
 Lines template_lines(GstElementClass* klass) {
