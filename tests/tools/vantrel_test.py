@@ -4,6 +4,7 @@
 
 import json
 import os
+import select
 import shutil
 import signal
 import socket
@@ -200,6 +201,20 @@ class Inputs(unittest.TestCase):
         self.assertEqual(report("scan", path)["services"][0]["name"], "Test Card")
 
 
+class Outputs(unittest.TestCase):
+    COMMANDS = (["scan"], ["scan", "--json"], ["sections", "--pid", "0", "--json"],
+                ["pes", "--pid", "257"], ["record", "-o", "-"], ["report", "-o", "-"])
+
+    def test_have_names_in_any_locale(self):
+        path = temporary("Été ü.ts")
+        result = run("record", "-d", "0.5", "-o", path, own_stream(),
+                     env={**os.environ, "LC_ALL": "C"}, text=True)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        result = run("epg", "-s", "Été", path, env={**os.environ, "LC_ALL": "C"},
+                     text=True, encoding="utf-8")
+        self.assertEqual(result.returncode, 5, result.stderr)
+        self.assertIn('no service "Été"', result.stderr)
+
 class Watching(unittest.TestCase):
     """With the framework's sinks for tests, which keep to the clock."""
 
@@ -286,7 +301,7 @@ class Mistakes(unittest.TestCase):
             (["temi", own], 5, "TEMI descriptors were not in the stream"),
             (["epg", "--service", "None Such", own], 5, '1 "Test Card"'),
             (["watch", "--service", "9", "--snapshot", temporary("x"), own], 5, '1 "Test Card"'),
-            (["watch", "--snapshot", own, own], 7, "--force"),
+            (["watch", "--snapshot", picture, own], 7, "--force"),
             (["watch", "--snapshot", "/nowhere/x.png", own], 7, "/nowhere/x.png"),
             (["test-stream", "-o", "/nowhere/x.ts"], 7, "No such file"),
         ):

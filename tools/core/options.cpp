@@ -108,8 +108,10 @@ Options& Options::seconds(const char* name, char letter, std::optional<double>* 
 std::vector<std::string> Options::parse(int argc, char** argv, std::size_t least,
                                         std::size_t most) {
   std::vector<GOptionEntry> entries;
+  // Values stay as they are: paths and names of services are no text of the locale.
   for (const Row& row : rows_)
-    entries.push_back({row.name, row.letter, row.placeholder == nullptr ? G_OPTION_FLAG_NO_ARG : 0,
+    entries.push_back({row.name, row.letter,
+                       row.placeholder == nullptr ? G_OPTION_FLAG_NO_ARG : G_OPTION_FLAG_FILENAME,
                        G_OPTION_ARG_CALLBACK, reinterpret_cast<gpointer>(on_option), row.help,
                        row.placeholder});
   entries.push_back({});
