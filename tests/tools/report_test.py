@@ -274,6 +274,7 @@ class Mistakes(unittest.TestCase):
             ([own, "-o", there], 7, b"--force"),
             ([own, "-o", "/nowhere/page.html"], 7, b"No such file"),
             (["/nowhere/x.ts", "--json"], 3, b"No such file"),
+            ([own, "-o", "-", "--json"], 2, b"both"),
         ):
             result = run(PROGRAM, "report", *arguments)
             self.assertEqual(result.returncode, status, arguments)

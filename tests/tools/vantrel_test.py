@@ -205,6 +205,47 @@ class Outputs(unittest.TestCase):
     COMMANDS = (["scan"], ["scan", "--json"], ["sections", "--pid", "0", "--json"],
                 ["pes", "--pid", "257"], ["record", "-o", "-"], ["report", "-o", "-"])
 
+    def test_that_do_not_fit_are_failures(self):
+        with open("/dev/full", "wb") as full:
+            for command in (*self.COMMANDS, ["--help"]):
+                arguments = command if command == ["--help"] else [*command, own_stream()]
+                result = run(*arguments, capture_output=False, stdout=full,
+                             stderr=subprocess.PIPE, text=True)
+                self.assertEqual(result.returncode, 7, (command, result.stderr))
+                self.assertRegex(result.stderr, "No space left|cannot be written")
+
+    def test_never_take_the_place_of_the_input(self):
+        path = temporary("kept.ts")
+        link = temporary("link.ts")
+        shutil.copy(own_stream(), path)
+        os.symlink(path, link)
+        for command in (["record", "-o"], ["report", "-o"], ["watch", "--snapshot"],
+                        ["sections", "--pid", "0", "--raw", "-o"],
+                        ["pes", "--pid", "257", "--raw", "-o"]):
+            for output in (path, link):
+                result = run(*command, output, "--force", path, text=True)
+                self.assertEqual(result.returncode, 7, (command, result.stderr))
+                self.assertIn("is the input", result.stderr)
+        self.assertEqual(os.path.getsize(path), os.path.getsize(own_stream()))
+
+    def test_are_removed_when_empty_but_for_pipes(self):
+        pipe = temporary("pipe")
+        os.mkfifo(pipe)
+        reader = os.open(pipe, os.O_RDONLY | os.O_NONBLOCK)
+        file = temporary("left.ts")
+        for path, there in ((pipe, True), (file, False)):
+            result = run("record", "-p", "300", "-f", "-o", path, own_stream())
+            self.assertEqual((result.returncode, os.path.exists(path)), (5, there))
+        os.close(reader)
+
+    def test_closed_by_the_caller_are_nobody_elses(self):
+        shell = '"$0" {} <&- >&- 2>"$1"'
+        for arguments, status in (("scan -", 3), (f"scan {own_stream()}", 7)):
+            errors = temporary("errors")
+            result = subprocess.run(["sh", "-c", shell.format(arguments), PROGRAM, errors],
+                                    timeout=60, check=False)
+            self.assertEqual(result.returncode, status, arguments)
+
     def test_have_names_in_any_locale(self):
         path = temporary("Été ü.ts")
         result = run("record", "-d", "0.5", "-o", path, own_stream(),
@@ -214,6 +255,35 @@ class Outputs(unittest.TestCase):
                      text=True, encoding="utf-8")
         self.assertEqual(result.returncode, 5, result.stderr)
         self.assertIn('no service "Été"', result.stderr)
+
+    def test_come_before_the_input_goes_on(self):
+        with open(own_stream(), "rb") as file:
+            beginning = file.read(300_000)
+        for arguments in (["sections", "--pid", "0"], ["sections", "--pid", "0", "--json"],
+                          ["pes", "--pid", "257"], ["pes", "--pid", "257", "--json"]):
+            process = subprocess.Popen([PROGRAM, *arguments, "-"], stdin=subprocess.PIPE,
+                                       stdout=subprocess.PIPE)
+            process.stdin.write(beginning)
+            process.stdin.flush()
+            came, _, _ = select.select([process.stdout], [], [], 60)
+            process.stdin.close()
+            process.stdout.close()
+            process.wait(60)
+            self.assertTrue(came, arguments)
+
+    def test_end_well_where_a_signal_comes_before_services(self):
+        for command in (["watch"], ["watch", "--snapshot", temporary("none.png")], ["ports"],
+                        ["pes"], ["epg"], ["record", "-s", "1", "-o", temporary("none.ts")]):
+            process = subprocess.Popen([PROGRAM, *command, "--json", "-"], stdin=subprocess.PIPE,
+                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            # A pipe that was read holds the packets, and nothing names a service.
+            process.stdin.write(b"\x47\x1f\xff\x10".ljust(188, b"\xff") * 10000)
+            process.stdin.flush()
+            process.send_signal(signal.SIGINT)
+            output, errors = process.communicate(timeout=60)
+            self.assertEqual((process.returncode, errors), (0, b""), command)
+            json.loads(output)
+
 
 class Watching(unittest.TestCase):
     """With the framework's sinks for tests, which keep to the clock."""
@@ -309,6 +379,12 @@ class Mistakes(unittest.TestCase):
             self.assertEqual(result.returncode, status, (arguments, result.stderr))
             self.assertIn(text, result.stderr, arguments)
             self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
+            if not arguments or arguments[0] == "test-stream":
+                continue
+            result = run(*arguments, "--json", text=True)
+            said = json.loads(result.stdout)
+            self.assertEqual((result.returncode, said["status"]), (status, status), arguments)
+            self.assertIn(text, said["error"])
 
     @needs_streams
     def test_of_announcements_name_the_subtitles_that_are_sent(self):

@@ -64,6 +64,8 @@ void Json::print(bool one_line) const {
   g_autoptr(JsonNode) root = json_builder_get_root(builder_);
   g_autofree gchar* text = json_to_string(root, one_line ? FALSE : TRUE);
   std::printf("%s\n", text);
+  // Who follows a live stream waits for each line.
+  if (one_line) std::fflush(stdout);
 }
 
 }  // namespace tools

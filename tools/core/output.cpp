@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "tools/core/output.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "tools/core/failure.h"
 
@@ -15,10 +18,34 @@ void refuse_to_overwrite(const std::string& path, bool force) {
     throw Failure(Status::kNoOutput, path + ": is there already (--force overwrites)");
 }
 
+void refuse_to_write_input(const std::string& input, const std::string& output) {
+  std::error_code code;
+  if (std::filesystem::is_regular_file(output, code) &&
+      std::filesystem::equivalent(input, output, code))
+    throw Failure(Status::kNoOutput, output + ": is the input; name another file");
+}
+
+void open_standard_files() {
+  for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    if (fcntl(number, F_GETFD) < 0)
+      // NOLINTNEXTLINE: the first that is free; it has to stay open.
+      static_cast<void>(open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
+void finish_standard_output() {
+  errno = 0;
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
+  const int reason = errno;
+  pollfd reader = {STDOUT_FILENO, 0, 0};
+  if (reason == EPIPE || (poll(&reader, 1, 0) > 0 && (reader.revents & POLLERR) != 0)) return;
+  throw Failure(Status::kNoOutput, std::string("standard output: ") +
+                                       (reason != 0 ? std::strerror(reason) : "cannot be written"));
+}
+
 Output::Output(std::string path, bool force) : path_(std::move(path)) {
   if (is_standard_output()) {
     if (isatty(STDOUT_FILENO) != 0)
-      throw Failure(Status::kNoOutput, "packets are nothing for a terminal; name a file or a pipe");
+      throw Failure(Status::kNoOutput, "bytes are nothing for a terminal; name a file or a pipe");
     file_.reset(stdout);
     return;
   }
@@ -34,8 +61,9 @@ Output::Output(std::string path, bool force) : path_(std::move(path)) {
 
 void Output::write(std::string_view bytes) {
   if (closed_) return;
-  if (std::fwrite(bytes.data(), 1, bytes.size(), file_.get()) != bytes.size()) return fail();
-  bytes_ += bytes.size();
+  const std::size_t written = std::fwrite(bytes.data(), 1, bytes.size(), file_.get());
+  bytes_ += written;
+  if (written != bytes.size()) fail();
 }
 
 void Output::finish() {
@@ -43,7 +71,10 @@ void Output::finish() {
 }
 
 Output::~Output() {
-  if (file_ != nullptr && bytes_ == 0 && !is_standard_output()) unlink(path_.c_str());
+  std::error_code code;  // pipes and devices are not this command's to remove
+  if (file_ != nullptr && bytes_ == 0 && !is_standard_output() &&
+      std::filesystem::is_regular_file(path_, code))
+    unlink(path_.c_str());
 }
 
 void Output::fail() {

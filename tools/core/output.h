@@ -12,6 +12,17 @@ namespace tools {
 /// Refuses a file that is there already, unless `force`.
 void refuse_to_overwrite(const std::string& path, bool force);
 
+/// Refuses to write to the file that is read, which --force would destroy.
+void refuse_to_write_input(const std::string& input, const std::string& output);
+
+/// Opens what the caller closed of standard input, output and error, so that no
+/// other file gets their number; to read and to write these fails as before.
+void open_standard_files();
+
+/// Failure where something printed could not be written; where the reader of a
+/// pipe has gone, that is none.
+void finish_standard_output();
+
 /// A file that a command writes, or standard output for "-".
 class Output {
  public:

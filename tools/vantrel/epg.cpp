@@ -191,7 +191,7 @@ void run_epg(int argc, char** argv) {
   read_guides(input, psi, options.seconds, &epg);
   Guides guides = epg.guides();
   if (!options.service.empty()) choose(psi, options.service, &guides);
-  if (guides.empty() && !options.json)
+  if (guides.empty() && !interrupted())
     throw Failure(Status::kNotFound,
                   input.location() + ": no event information in it (PID 18, or ATSC's tables)");
   options.json ? print_json(psi, guides, options) : print_text(psi, guides, options);

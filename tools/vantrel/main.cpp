@@ -12,6 +12,8 @@
 
 #include "tools/core/failure.h"
 #include "tools/core/input.h"
+#include "tools/core/json.h"
+#include "tools/core/output.h"
 #include "tools/vantrel/command.h"
 #include "tools/vantrel/version.h"
 
@@ -89,18 +91,48 @@ void run(int argc, char** argv) {
   command.run(argc - 1, argv + 1);
 }
 
+/// Before the options are known, or where they are wrong, too.
+bool wants_json(int argc, char** argv) {
+  const std::vector<std::string_view> words(argv, argv + argc);
+  const auto end = std::find(words.begin(), words.end(), "--");
+  return std::find(words.begin(), end, "--json") != end;
+}
+
+/// Says why a command failed, on standard output too where JSON is read there.
+int tell(const Failure& failure, bool as_json) {
+  if (as_json)
+    Json()
+        .object()
+        .text("error", failure.what())
+        .number("status", static_cast<int>(failure.status()))
+        .end_object()
+        .print(true);
+  std::fflush(stdout);
+  const char* program = g_get_prgname();
+  std::fprintf(stderr, "%s: %s\n", program != nullptr ? program : "vantrel", failure.what());
+  return static_cast<int>(failure.status());
+}
+
+/// What had not been found when a signal came might have come later.
+int end_by_signal(bool as_json) {
+  if (as_json) Json().object().text("end", "signal").end_object().print(true);
+  return static_cast<int>(Status::kDone);
+}
+
 }  // namespace
 }  // namespace tools
 
 int main(int argc, char** argv) {
+  tools::open_standard_files();
   tools::catch_signals();
+  const bool as_json = tools::wants_json(argc, argv);
   try {
     tools::run(argc, argv);
+    tools::finish_standard_output();
     return 0;
   } catch (const tools::Failure& failure) {
-    std::fflush(stdout);
-    const char* program = g_get_prgname();
-    std::fprintf(stderr, "%s: %s\n", program != nullptr ? program : "vantrel", failure.what());
-    return static_cast<int>(failure.status());
+    if (tools::interrupted() && failure.status() == tools::Status::kNotFound)
+      return tools::end_by_signal(as_json);
+    return tools::tell(failure, as_json);
   }
 }

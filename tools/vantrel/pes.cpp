@@ -85,6 +85,7 @@ void print_packet(unsigned pid, std::string_view packet, const PesOptions& optio
   std::printf("PID %u (0x%04x)  stream_id 0x%02x  ", pid, pid, stream_id);
   if (pts) std::printf("PTS %.3f s  ", static_cast<double>(*pts) / 90000);
   std::printf("%zu bytes\n%s", packet.size(), options.hex ? hex_dump(packet).c_str() : "");
+  std::fflush(stdout);  // who follows a live stream waits for it
 }
 
 /// Announced streams that would have given something.
@@ -154,6 +155,7 @@ void run_pes(int argc, char** argv) {
           .flag("force", 'f', &options.force, "Overwrite the file")
           .flag("json", 0, &options.json, "Print JSON, a line a packet")
           .parse(argc, argv, 1, 1);
+  refuse_to_write_input(arguments[0], options.output);
   Input input(arguments[0]);
   Texts texts;
   if (options.pid)

@@ -164,6 +164,7 @@ void run_record(int argc, char** argv) {
   if (options.output.empty()) throw Failure(Status::kUsage, "needs --output FILE (try --help)");
   if (options.json && options.output == "-")
     throw Failure(Status::kUsage, "--json and the recording cannot both go to standard output");
+  refuse_to_write_input(arguments[0], options.output);
   Input input(arguments[0]);
   const Psi psi = options.services.empty() ? Psi() : discover(input);
   input.forget();

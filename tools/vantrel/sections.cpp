@@ -62,6 +62,7 @@ class Printer {
       return;
     }
     std::printf("%s\n%s\n", describe_section(pid, section).c_str(), hex_dump(section).c_str());
+    std::fflush(stdout);  // who follows a live stream waits for it
   }
 
   /// Enough, or nobody reads.
@@ -234,6 +235,7 @@ void run_sections(int argc, char** argv) {
   if (options.mode.size() + options.mask.size() > 0 && options.match.empty())
     throw Failure(Status::kUsage, "--mask and --mode go with --match");
   const SectionRequest request = request_of(options);
+  refuse_to_write_input(arguments[0], options.output);
   Input input(arguments[0]);
   if (pids.empty()) pids = table_pids(input);
   if (pids.size() > kMostFilters)

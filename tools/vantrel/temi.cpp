@@ -109,6 +109,7 @@ void print_text(std::uint8_t tag, std::string_view body) {
     std::printf("  %s", to_hex(body).c_str());
   }
   std::printf("\n");
+  std::fflush(stdout);  // who follows a live stream waits for it
 }
 
 /// Descriptors one behind the other, cut anywhere.

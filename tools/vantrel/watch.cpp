@@ -49,6 +49,7 @@ std::string read_video(Input& input, const Programme& programme, const StreamInf
   session.run(&progress, [&] { return port.bytes() >= kKeepVideo; });
   port.close();
   pes.finish();
+  if (interrupted()) throw Failure(Status::kNotFound, "ended by a signal");
   const std::string on = "service " + std::to_string(programme.number) + ": the video on PID " +
                          std::to_string(video.pid) + " is ";
   if (!pes.payload().empty()) return pes.payload();
@@ -82,7 +83,7 @@ Picture find_picture(Input& input, const Psi& psi, const std::string& wanted, un
       status = failure.status();
     }
   }
-  throw Failure(status, "no picture: " + reasons);
+  throw Failure(interrupted() ? Status::kNotFound : status, "no picture: " + reasons);
 }
 
 bool shows_colours() {
@@ -133,6 +134,7 @@ void run_watch(int argc, char** argv) {
           .flag("force", 'f', &options.force, "Overwrite the picture")
           .flag("json", 0, &options.json, "Print JSON at the end")
           .parse(argc, argv, 1, 1);
+  refuse_to_write_input(arguments[0], options.snapshot);
   Input input(arguments[0]);
   const bool names = !input.is_live() || needs_names(options.service);
   const Psi psi = discover(input, names ? Names::kWanted : Names::kNotWanted);
