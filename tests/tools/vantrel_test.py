@@ -173,6 +173,18 @@ class Inputs(unittest.TestCase):
                 self.assertEqual(result.returncode, 5, result.stderr)
                 self.assertRegex(result.stderr, r"PID 300 not seen after 0\.[56]\d* s")
 
+    def test_have_packets_of_three_sizes_behind_junk(self):
+        with open(own_stream(), "rb") as file:
+            data = file.read(188 * 5000)
+        packets = [data[at:at + 188] for at in range(0, len(data), 188)]
+        for size, before, behind in ((188, b"", b""), (192, bytes(4), b""), (204, b"", bytes(16))):
+            path = temporary("sized.ts")
+            with open(path, "wb") as file:
+                file.write(b"junk!" + b"".join(before + packet + behind for packet in packets))
+            found = report("scan", path)
+            self.assertEqual((found["packet_size"], found["packets"], found["junk"]),
+                             (size, 5000, 5))
+
     def test_end_at_once_where_nobody_reads_on(self):
         reader, writer = os.pipe()
         os.close(reader)

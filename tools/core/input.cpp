@@ -171,7 +171,8 @@ void Input::examine() {
       for (const unsigned size : {188U, 192U, 204U})
         if (repeats(bytes, at, size)) {
           packet_size_ = size;
-          junk_ = at;
+          // A time stamp is a part of its packet.
+          junk_ = at - (size == 192 ? std::min<std::size_t>(at, 4) : 0);
           break;
         }
   }
