@@ -224,6 +224,9 @@ QUESTIONS = """<script>document.title = JSON.stringify({
   sections: [...document.querySelectorAll('section')].filter(s => s.innerText.length > 40).length,
   pictures: [...document.images].filter(i => i.complete && i.naturalWidth > 100).length,
   plots: document.querySelectorAll('svg.plot').length,
+  broken: [...document.querySelectorAll('.checks summary')].filter(s => s.offsetHeight > 32).length,
+  tiny: [...document.querySelectorAll('svg.plot')].filter(
+      s => s.getBoundingClientRect().width / s.viewBox.baseVal.width < 0.7).length,
   script: (document.querySelector('#pids th.number').click(),
            document.querySelectorAll('[data-order]').length)})</script>"""
 
@@ -262,7 +265,7 @@ class Page(unittest.TestCase):
         for source, name, width, pictures, plots in sources:
             answers = self.look(source, name, width)
             self.assertEqual(answers, {"wide": False, "sections": 8, "pictures": pictures,
-                                       "plots": plots, "script": 1}, name)
+                                       "plots": plots, "broken": 0, "tiny": 0, "script": 1}, name)
 
 
 class Mistakes(unittest.TestCase):

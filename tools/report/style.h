@@ -51,7 +51,7 @@ td .scroll{margin:.4rem 0;border-radius:6px}
 .picture img{display:block;width:100%;height:auto;border-radius:6px}
 .no-picture{margin:0;min-height:6rem;height:100%;display:grid;place-items:center;text-align:center;
 padding:1rem;border:1px dashed var(--line);border-radius:6px;color:var(--soft);font-size:.88rem}
-.checks table{min-width:860px}
+.checks table{min-width:1070px}
 .checks .scroll>table>thead th{cursor:default}
 .checks>.scroll>table{table-layout:fixed}
 .checks>.scroll>table>thead th:nth-child(1){width:4.3rem}.checks>.scroll>table>thead th:nth-child(3){width:8.6rem}
@@ -108,7 +108,9 @@ font-size:.82rem;line-height:1.25;white-space:nowrap}
 .event b{display:block;overflow:hidden;text-overflow:ellipsis;font-weight:600}
 .event span{color:var(--soft)}
 .method{padding:.4rem 1.2rem .8rem;columns:26rem 2;column-gap:2.4rem}.method div{break-inside:avoid}
-@media (max-width:720px){.service{grid-template-columns:minmax(0,1fr)}nav{position:static}}
+@media (max-width:720px){.service{grid-template-columns:minmax(0,1fr)}nav{position:static}
+.service td,.service th{padding:.28rem .25rem;font-size:.82rem}
+figure{overflow-x:auto}.plot{min-width:860px}.pairs .plot{min-width:460px}}
 @media print{nav{display:none}section{break-inside:auto}}
 )css";
 
