@@ -366,6 +366,7 @@ class Mistakes(unittest.TestCase):
         for arguments, status, text in (
             ([], 2, "--help"),
             (["scna", own], 2, '"scan"'),
+            (["help", "scna"], 2, '"scan"'),
             (["scan"], 2, "INPUT"),
             (["scan", "--bogus", own], 2, "--bogus"),
             (["scan", own, own], 2, "too many arguments"),
@@ -386,6 +387,8 @@ class Mistakes(unittest.TestCase):
             (["watch", "--snapshot", picture, own], 7, "--force"),
             (["watch", "--snapshot", "/nowhere/x.png", own], 7, "/nowhere/x.png"),
             (["test-stream", "-o", "/nowhere/x.ts"], 7, "No such file"),
+            (["pes", "--raw", "--json", "-p", "257", own], 2, "--raw"),
+            (["sections", "--raw", "--json", "-p", "0", own], 2, "--raw"),
         ):
             result = run(*arguments, text=True)
             self.assertEqual(result.returncode, status, (arguments, result.stderr))

@@ -79,6 +79,11 @@ bool is_one_of(std::string_view word, std::initializer_list<std::string_view> wo
 void run(int argc, char** argv) {
   if (argc < 2) throw Failure(Status::kUsage, "which command? \"vantrel --help\" lists them");
   const std::string name = argv[1];
+  if (name == "help" && argc > 2) {
+    std::array<std::string, 3> words = {argv[0], argv[2], "--help"};
+    std::array<char*, 3> help = {words[0].data(), words[1].data(), words[2].data()};
+    return run(static_cast<int>(help.size()), help.data());
+  }
   if (is_one_of(name, {"--help", "-h", "-?", "help"})) return print_help();
   if (is_one_of(name, {"--version", "-V"})) {
     std::printf("vantrel %s\n", VANTREL_VERSION);

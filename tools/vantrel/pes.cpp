@@ -155,6 +155,8 @@ void run_pes(int argc, char** argv) {
           .flag("force", 'f', &options.force, "Overwrite the file")
           .flag("json", 0, &options.json, "Print JSON, a line a packet")
           .parse(argc, argv, 1, 1);
+  if (options.raw && options.json)
+    throw Failure(Status::kUsage, "--raw and --json exclude one another");
   refuse_to_write_input(arguments[0], options.output);
   Input input(arguments[0]);
   Texts texts;

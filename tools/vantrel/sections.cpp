@@ -235,6 +235,8 @@ void run_sections(int argc, char** argv) {
   if (options.mode.size() + options.mask.size() > 0 && options.match.empty())
     throw Failure(Status::kUsage, "--mask and --mode go with --match");
   const SectionRequest request = request_of(options);
+  if (options.raw && options.json)
+    throw Failure(Status::kUsage, "--raw and --json exclude one another");
   refuse_to_write_input(arguments[0], options.output);
   Input input(arguments[0]);
   if (pids.empty()) pids = table_pids(input);

@@ -61,7 +61,7 @@ Picture picture_of(Input& input, const Programme& programme) {
   const StreamInfo* video = programme.find("video");
   if (video == nullptr)
     throw Failure(Status::kNotFound,
-                  "service " + std::to_string(programme.number) + " has no video");
+                  "service " + std::to_string(programme.number) + " has no video that is decoded here");
   return decode_picture(read_video(input, programme, *video), video->stream_type);
 }
 
