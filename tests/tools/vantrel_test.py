@@ -16,6 +16,7 @@ import time
 import unittest
 
 import atsc_stream
+import broken_stream
 
 # Threads of decoders end while the address sanitizer looks for leaks at the end
 # of a program, which it does not always survive.
@@ -184,6 +185,20 @@ class Inputs(unittest.TestCase):
             found = report("scan", path)
             self.assertEqual((found["packet_size"], found["packets"], found["junk"]),
                              (size, 5000, 5))
+
+    def test_are_played_by_the_tables_of_their_beginning(self):
+        packets = broken_stream.plan()
+        later = broken_stream.section(
+            0x02, 1, b"\xe3\x00\xf0\x00\x02\xe3\x00\xf0\x00\x03\xe3\x01\xf0\x00")
+        for i in broken_stream.of(packets, broken_stream.PMT, 2000, len(packets)):
+            packets[i] = broken_stream.table(broken_stream.PMT, later)
+        path = temporary("pids-change.ts")
+        with open(path, "wb") as file:
+            file.write(b"".join(broken_stream.write(packets)))
+        recorded = temporary("pids-before.ts")
+        report("record", "-s", "1", "-o", recorded, path)
+        pids = {row["pid"] for row in report("scan", recorded)["pids"]}
+        self.assertLessEqual({broken_stream.VIDEO, broken_stream.AUDIO}, pids)
 
     def test_end_at_once_where_nobody_reads_on(self):
         reader, writer = os.pipe()
