@@ -118,6 +118,12 @@ class Data(unittest.TestCase):
         first, second = lines("temi", temi_stream(), "--json", "-n", "2")
         self.assertEqual(second["media_timestamp"] - first["media_timestamp"], 90000)
 
+    def test_of_changed_sections_comes_once_each(self):
+        places = [(row["table_id"], row.get("extension"), row.get("section"))
+                  for row in lines("sections", "-p", "0x11", "-p", "0x12", "--changed", "--json",
+                                   own_stream())]
+        self.assertEqual(sorted(places), [(0x42, 1, 0), (0x4E, 1, 0), (0x4E, 1, 1)])
+
     def test_ends_with_the_duration_by_the_streams_clock(self):
         for seconds in (1, 3):
             path = temporary(f"{seconds}s.ts")

@@ -66,6 +66,19 @@ void add_section(Json& json, unsigned pid, std::string_view section) {
   json.text("data", to_hex(section));
 }
 
+bool SectionMemory::is_new(unsigned pid, std::string_view section) {
+  const SectionHeader header(section);
+  std::string place = std::to_string(pid) + '/' + std::to_string(header.table_id) + '/' +
+                      std::to_string(header.extension) + '/' + std::to_string(header.number) + '/';
+  // Of an EIT a service_id names the sub-table with the stream that it is on.
+  if (header.table_id >= 0x4E && header.table_id <= 0x6F && section.size() > 12)
+    place += section.substr(8, 4);
+  std::string& last = last_[place];
+  if (last == section) return false;
+  last = section;
+  return true;
+}
+
 void SectionCounts::add(unsigned pid, std::string_view section) {
   const SectionHeader header(section);
   Count& count = counts_[{pid, header.table_id}];

@@ -35,6 +35,17 @@ std::string describe_section(unsigned pid, std::string_view section);
 /// Members of an object.
 void add_section(Json& json, unsigned pid, std::string_view section);
 
+/// What came last of each section of each sub-table. The element compares a section
+/// with the one before it on the same filter, which may be another of the sub-table.
+class SectionMemory {
+ public:
+  /// Whether it is not what came last in its place.
+  bool is_new(unsigned pid, std::string_view section);
+
+ private:
+  std::map<std::string, std::string> last_;  // by PID and what names the place
+};
+
 /// Sections by PID and table id.
 class SectionCounts {
  public:

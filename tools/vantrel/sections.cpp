@@ -49,7 +49,7 @@ class Printer {
   }
 
   void print(unsigned pid, std::string_view section) {
-    if (is_done()) return;
+    if (is_done() || (options_.changed && !memory_.is_new(pid, section))) return;
     printed_++;
     counts_.add(pid, section);
     if (options_.counts) return;
@@ -107,6 +107,7 @@ class Printer {
   const SectionOptions& options_;
   std::optional<Output> output_;
   SectionCounts counts_;
+  SectionMemory memory_;
   std::uint64_t printed_ = 0;
 };
 
@@ -219,7 +220,7 @@ void run_sections(int argc, char** argv) {
           .text("mask", 0, &options.mask, "Bits of them that count (default: all)", "HEX")
           .text("mode", 0, &options.mode, "Bits that must differ (default: none)", "HEX")
           .flag("crc", 'c', &options.crc, "Sections with a good CRC only")
-          .flag("changed", 0, &options.changed, "Sections of a new version only")
+          .flag("changed", 0, &options.changed, "Sections that differ from the last in their place")
           .number("number", 'n', &options.number, 1, 0xFFFFFFFF, "End after so many", "N")
           .seconds("duration", 'd', &options.seconds, "Read so much of the stream")
           .flag("counts", 0, &options.counts,

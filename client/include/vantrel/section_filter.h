@@ -8,8 +8,9 @@ G_BEGIN_DECLS
 /**
  * VantrelFilterFlags:
  * @VANTREL_FILTER_FLAGS_NONE: every section that matches
- * @VANTREL_FILTER_FLAGS_CHANGED_ONLY: leave out sections whose version was
- *   delivered already
+ * @VANTREL_FILTER_FLAGS_CHANGED_ONLY: leave out a section with version and CRC_32
+ *   of the one before it on this filter; where several sections pass in turn,
+ *   each is another than the one before, and none is left out
  * @VANTREL_FILTER_FLAGS_CHECK_CRC: leave out sections with a bad CRC_32
  *
  * Which of the matching sections a filter delivers.
