@@ -54,8 +54,8 @@ class Look {
     session_.run(&progress, [this] {
       std::lock_guard lock(mutex_);
       const bool no_sdt = session_.fed() > kWithoutSdt || is_late(kLiveWithoutSdt);
-      return is_complete() || (psi_->has_all_programmes() && no_sdt) ||
-             session_.fed() > kLongest || is_late(kLongestLive);
+      return is_complete() || (psi_->has_all_programmes() && no_sdt) || session_.fed() > kLongest ||
+             is_late(kLongestLive);
     });
   }
 
@@ -86,8 +86,8 @@ class Look {
     if (first_pat_.empty()) return false;
     if (pid == kPatPid) return identity_of(section) != first_pat_;
     if (section.size() < 5 || section[0] != kPmt) return false;
-    const unsigned number = static_cast<std::uint8_t>(section[3]) << 8U |
-                            static_cast<std::uint8_t>(section[4]);
+    const unsigned number =
+        static_cast<std::uint8_t>(section[3]) << 8U | static_cast<std::uint8_t>(section[4]);
     const auto found = psi_->programmes().find(number);
     return found != psi_->programmes().end() && found->second.has_pmt;
   }

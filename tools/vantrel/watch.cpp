@@ -60,8 +60,8 @@ std::string read_video(Input& input, const Programme& programme, const StreamInf
 Picture picture_of(Input& input, const Programme& programme) {
   const StreamInfo* video = programme.find("video");
   if (video == nullptr)
-    throw Failure(Status::kNotFound,
-                  "service " + std::to_string(programme.number) + " has no video that is decoded here");
+    throw Failure(Status::kNotFound, "service " + std::to_string(programme.number) +
+                                         " has no video that is decoded here");
   return decode_picture(read_video(input, programme, *video), video->stream_type);
 }
 
