@@ -362,6 +362,18 @@ class Watching(unittest.TestCase):
             self.assertEqual(result.returncode, status, result.stderr)
             self.assertIn(text, result.stderr)
 
+    def test_says_what_is_not_decoded(self):
+        packets = broken_stream.plan(2)
+        other = broken_stream.section(
+            0x02, 1, b"\xe1\x00\xf0\x00\x10\xe1\x00\xf0\x00\x03\xe1\x01\xf0\x00")
+        for i in broken_stream.of(packets, broken_stream.PMT, 0, len(packets)):
+            packets[i] = broken_stream.table(broken_stream.PMT, other)
+        path = temporary("mpeg4.ts")
+        with open(path, "wb") as file:
+            file.write(b"".join(broken_stream.write(packets)))
+        result = run("watch", path, env=self.SINKS, text=True)
+        self.assertIn("MPEG-1 audio; MPEG-4 video is not decoded here", result.stderr)
+
     @needs_streams
     def test_shows_subtitles_and_takes_the_clear_service(self):
         found = self.watch("--subtitles", captured("h264-subtitles.ts"))

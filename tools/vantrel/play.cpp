@@ -86,12 +86,21 @@ std::string describe(const StreamInfo& stream) {
   return stream.codec + (stream.language.empty() ? "" : " " + stream.language);
 }
 
+/// Why there is no picture, or no sound.
+std::string left_out(const Programme& programme, const char* kind, const StreamInfo* shown) {
+  if (shown != nullptr) return "";
+  for (const StreamInfo& stream : programme.streams)
+    if (stream.kind == kind) return "; " + stream.codec + " is not decoded here";
+  return "";
+}
+
 void announce(const Programme& programme, const Shown& shown) {
   std::string streams;
   for (const StreamInfo* stream : {shown.video, shown.audio, shown.subtitle})
     if (stream != nullptr) streams += (streams.empty() ? "" : ", ") + describe(*stream);
-  std::fprintf(stderr, "playing %s: %s; Ctrl-C ends\n", name_of(programme).c_str(),
-               streams.c_str());
+  std::fprintf(stderr, "playing %s: %s%s%s; Ctrl-C ends\n", name_of(programme).c_str(),
+               streams.c_str(), left_out(programme, "video", shown.video).c_str(),
+               left_out(programme, "audio", shown.audio).c_str());
 }
 
 /// One play of a service.
