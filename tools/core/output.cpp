@@ -28,7 +28,7 @@ void refuse_to_write_input(const std::string& input, const std::string& output) 
 void open_standard_files() {
   for (const int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
     if (fcntl(number, F_GETFD) < 0)
-      // NOLINTNEXTLINE: the first that is free; it has to stay open.
+      // The first number that is free is this one; it stays open.
       static_cast<void>(open("/dev/null", number == STDIN_FILENO ? O_WRONLY : O_RDONLY));
 }
 
