@@ -20,10 +20,10 @@ def crc32(data):
     return crc.to_bytes(4, "big")
 
 
-def section(table_id, extension, body, number=0, last=0):
+def section(table_id, extension, body, number=0, last=0, version=0):
     size = (len(body) + 9) | 0xB000
     head = bytes([table_id]) + size.to_bytes(2, "big") + extension.to_bytes(2, "big")
-    whole = head + bytes([0xC1, number, last]) + body
+    whole = head + bytes([0xC1 | version << 1, number, last]) + body
     return whole + crc32(whole)
 
 
@@ -102,3 +102,7 @@ def write(packets):
 
 def of(packets, pid, begin, end):
     return [i for i in range(begin, end) if packets[i].pid == pid]
+
+
+def pid_of(packet):
+    return (packet[1] & 0x1F) << 8 | packet[2]

@@ -206,6 +206,32 @@ class Inputs(unittest.TestCase):
         pids = {row["pid"] for row in report("scan", recorded)["pids"]}
         self.assertLessEqual({broken_stream.VIDEO, broken_stream.AUDIO}, pids)
 
+    def test_are_recorded_where_a_service_goes_to(self):
+        packets = broken_stream.plan()
+        moved = {broken_stream.PMT: 0x1100, broken_stream.VIDEO: 0x300, broken_stream.AUDIO: 0x301}
+        tables = {
+            broken_stream.PAT: broken_stream.section(
+                0x00, 1, b"\x00\x01\xf1\x00", version=1),
+            0x1100: broken_stream.section(
+                0x02, 1, b"\xe3\x00\xf0\x00\x02\xe3\x00\xf0\x00\x03\xe3\x01\xf0\x00"),
+        }
+        for packet in packets[6000:]:
+            packet.pid = moved.get(packet.pid, packet.pid)
+            if packet.pid in tables:
+                packet.payload = b"\0" + tables[packet.pid]
+        path, recorded = temporary("moves.ts"), temporary("followed.ts")
+        with open(path, "wb") as file:
+            file.write(b"".join(broken_stream.write(packets)))
+        result = report("record", "-s", "1", "-o", recorded, path)
+        self.assertEqual(result["added_pids"], sorted(moved.values()))
+        with open(recorded, "rb") as file:
+            kept = list(iter(lambda: file.read(188), b""))
+        self.assertEqual([broken_stream.pid_of(packet) for packet in kept],
+                         [packet.pid for packet in packets if packet.pid != broken_stream.NULL])
+        pats = [packet for packet in kept if broken_stream.pid_of(packet) == broken_stream.PAT]
+        self.assertEqual([packet[15:17] for packet in pats],
+                         [b"\xf0\x00"] * 60 + [b"\xf1\x00"] * 60)
+
     def test_end_at_once_where_nobody_reads_on(self):
         reader, writer = os.pipe()
         os.close(reader)

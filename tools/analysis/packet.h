@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "common/byte_reader.h"
 
@@ -16,6 +17,16 @@ inline constexpr unsigned kPids = 8192;
 inline unsigned packet_pid(const std::uint8_t* packet) { return vantrel::read_pid(packet + 1); }
 
 inline bool is_scrambled(const std::uint8_t* packet) { return (packet[3] & 0xC0) != 0; }
+
+inline bool is_unit_start(const std::uint8_t* packet) { return (packet[1] & 0x40) != 0; }
+
+/// What lies behind header and adaptation field; empty where there is nothing.
+inline std::span<const std::uint8_t> packet_payload(const std::uint8_t* packet) {
+  constexpr std::size_t kHeader = 4;
+  const std::size_t field = (packet[3] & 0x20) != 0 ? std::size_t{1} + packet[4] : 0;
+  if ((packet[3] & 0x10) == 0 || kHeader + field >= kPacketLength) return {};
+  return {packet + kHeader + field, kPacketLength - kHeader - field};
+}
 
 /// Program clock reference in 27 MHz, where the packet has one (2.4.3.5).
 inline std::optional<std::uint64_t> packet_pcr(const std::uint8_t* packet) {

@@ -160,9 +160,8 @@ void PacketPass::continuity(Pid* pid, const std::uint8_t* bytes, bool discontinu
   if (!right) count(Check::continuity, pid->number, number_);
   if (!right || discontinuity) pid->assembler.reset();
   if (!has_payload || duplicate) return;
-  const std::size_t skip = (bytes[3] & 0x20) != 0 ? 5U + bytes[4] : 4U;
-  if (skip < kPacketLength && !is_scrambled(bytes))
-    payload(pid, std::span(bytes, kPacketLength).subspan(skip), (bytes[1] & 0x40) != 0);
+  const std::span<const std::uint8_t> rest = packet_payload(bytes);
+  if (!rest.empty() && !is_scrambled(bytes)) payload(pid, rest, is_unit_start(bytes));
 }
 
 void PacketPass::payload(Pid* pid, std::span<const std::uint8_t> bytes, bool unit_start) {

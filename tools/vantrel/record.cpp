@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 
 #include "tools/core/discover.h"
 #include "tools/core/failure.h"
@@ -15,14 +14,12 @@
 #include "tools/core/pid_watch.h"
 #include "tools/core/session.h"
 #include "tools/vantrel/command.h"
+#include "tools/vantrel/follower.h"
 
 namespace tools {
 namespace {
 
 constexpr unsigned kAllPids = 0x2000;
-/// What players and receivers want beside a service's own PIDs: CAT, NIT, SDT,
-/// EIT and TDT.
-constexpr unsigned kInformation[] = {0x01, 0x10, 0x11, 0x12, 0x14};
 /// More PIDs than the element has streams.
 constexpr std::size_t kMostPids = 127;
 
@@ -42,17 +39,6 @@ struct Selection {
   std::vector<unsigned> services;
   std::set<unsigned> pids;
 };
-
-void add_service(const Programme& programme, std::set<unsigned>* pids) {
-  pids->insert({0x00, programme.pmt_pid});
-  pids->insert(std::begin(kInformation), std::end(kInformation));
-  if (programme.pcr_pid != Programme::kNoPid) pids->insert(programme.pcr_pid);
-  pids->insert(programme.ca_pids.begin(), programme.ca_pids.end());
-  for (const StreamInfo& stream : programme.streams) {
-    pids->insert(stream.pid);
-    pids->insert(stream.ca_pids.begin(), stream.ca_pids.end());
-  }
-}
 
 /// Those that were asked for by number.
 std::set<unsigned> named_pids(const RecordOptions& options) {
@@ -96,14 +82,22 @@ std::uint64_t dropped() {
 struct Result {
   double seconds = 0;
   std::uint64_t dropped = 0;
+  std::set<unsigned> added;  // PIDs that a service had later
 };
 
-Result record(Input& input, const Selection& selection, const RecordOptions& options,
-              PatRewriter* pat, Output* output) {
+Result record(Input& input, const Psi& psi, const Selection& selection,
+              const RecordOptions& options, PatRewriter* pat, Output* output) {
   Session session(input, Session::Mode::kRecord);
   const std::set<unsigned> named = named_pids(options);
   PidWatch watch(input, named, options.seconds);
-  session.on_feed([&](auto data) { watch.add(data); });
+  Follower follower(
+      input.packet_size(), psi, options.all ? std::vector<unsigned>() : selection.services,
+      selection.pids,
+      [&](unsigned pid) { g_object_set(session.demux(), "other-pid", pid, nullptr); });
+  session.on_feed([&](auto data) {
+    watch.add(data);
+    follower.add(data);
+  });
   NodeReader node("qel_dvr0", [&](std::string_view bytes) {
     output->write(pat != nullptr ? std::string_view(pat->add(bytes)) : bytes);
   });
@@ -119,7 +113,7 @@ Result record(Input& input, const Selection& selection, const RecordOptions& opt
   node.close();
   output->finish();
   watch.finish();
-  return {watch.rates().seconds(), lost};
+  return {watch.rates().seconds(), lost, follower.added()};
 }
 
 void print_result(const Output& output, const Selection& selection, const Result& result,
@@ -131,12 +125,15 @@ void print_result(const Output& output, const Selection& selection, const Result
     json.real("seconds", result.seconds).number("dropped", result.dropped);
     json.array("services");
     for (const unsigned number : selection.services) json.number(nullptr, number);
+    json.end_array().array("added_pids");
+    for (const unsigned pid : result.added) json.number(nullptr, pid);
     json.end_array().end_object().print();
     return;
   }
   std::fprintf(stderr, "%s: %s, %.1f s, %s", output.path().c_str(),
                human_bytes(static_cast<double>(output.bytes())).c_str(), result.seconds,
                all ? "all PIDs" : (std::to_string(selection.pids.size()) + " PIDs").c_str());
+  if (!result.added.empty()) std::fprintf(stderr, " and %zu that came later", result.added.size());
   if (result.dropped > 0)
     std::fprintf(stderr, ", %llu packets dropped", static_cast<unsigned long long>(result.dropped));
   std::fprintf(stderr, "%s\n", interrupted() ? ", ended by a signal" : "");
@@ -173,7 +170,7 @@ void run_record(int argc, char** argv) {
   std::optional<PatRewriter> pat;
   if (!selection.services.empty() && !options.all && !options.whole_pat)
     pat.emplace(psi, selection.services);
-  const Result result = record(input, selection, options, pat ? &*pat : nullptr, &output);
+  const Result result = record(input, psi, selection, options, pat ? &*pat : nullptr, &output);
   print_result(output, selection, result, options.json);
 }
 
