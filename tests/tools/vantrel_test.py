@@ -364,7 +364,7 @@ class Watching(unittest.TestCase):
             (["--audio", "deu", "-d", "1.5", own_stream()], 258, "duration"),
         ):
             found = self.watch(*arguments)
-            self.assertEqual((found["service"], found["video_pid"], found["audio_pid"],
+            self.assertEqual((found["service_id"], found["video_pid"], found["audio_pid"],
                               found["end"]), (1, 256, audio, end))
             # The multiplexer's clock runs ahead; a slow machine leaves out pictures.
             self.assertIn(found["pictures"], range(2, 45))
@@ -404,7 +404,7 @@ class Watching(unittest.TestCase):
     def test_shows_subtitles_and_takes_the_clear_service(self):
         found = self.watch("--subtitles", captured("h264-subtitles.ts"))
         self.assertEqual(found["subtitle_pid"], 0xBC7)
-        self.assertEqual(self.watch("-d", "0.5", captured("scrambled.ts"))["service"], 8810)
+        self.assertEqual(self.watch("-d", "0.5", captured("scrambled.ts"))["service_id"], 8810)
         result = run("watch", "-s", "8803", captured("scrambled.ts"), env=self.SINKS, text=True)
         self.assertEqual(result.returncode, 6, result.stderr)
 
@@ -528,7 +528,7 @@ class Recordings(unittest.TestCase):
         path = temporary("rai2.ts")
         report("record", name, "--service", "rai 2", "-o", path)
         found = report("scan", path)["services"]
-        self.assertEqual([row["number"] for row in found if "pmt_pid" in row], [3402])
+        self.assertEqual([row["service_id"] for row in found if "pmt_pid" in row], [3402])
         self.assertTrue(all(row["packets"] for row in found[1]["streams"]))
 
     def test_survive_a_closed_pipe(self):
@@ -551,10 +551,10 @@ class ScanBesideFfprobe(unittest.TestCase):
                 capture_output=True, check=True, timeout=240).stdout)["programs"]
             ours = [row for row in report("scan", captured(name))["services"] if "pmt_pid" in row]
             self.assertEqual(
-                {row["number"]: row["pmt_pid"] for row in ours},
+                {row["service_id"]: row["pmt_pid"] for row in ours},
                 {row["program_num"]: row["pmt_pid"] for row in theirs}, name)
             for row in theirs:
-                (mine,) = [each for each in ours if each["number"] == row["program_num"]]
+                (mine,) = [each for each in ours if each["service_id"] == row["program_num"]]
                 self.assertLessEqual({int(stream["id"], 16) for stream in row["streams"]},
                                      {stream["pid"] for stream in mine["streams"]}, name)
 

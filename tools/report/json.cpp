@@ -24,7 +24,7 @@ void add_place(Json& json, const char* name, const analysis::Place& place) {
 void add_services(Json& json, const Report& report) {
   json.list("services", report.psi->programmes(), [&](const auto& entry) {
     const tools::Programme& programme = entry.second;
-    json.number("number", programme.number)
+    json.number("service_id", programme.number)
         .text_if("name", programme.name)
         .text_if("provider", programme.provider)
         .number("pmt_pid", programme.pmt_pid)

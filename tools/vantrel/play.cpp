@@ -164,7 +164,7 @@ class Play {
 
   void print(double begun) const {
     Json json;
-    json.object().number("service", programme_.number).text_if("name", programme_.name);
+    json.object().number("service_id", programme_.number).text_if("name", programme_.name);
     if (shown_.video != nullptr) json.number("video_pid", shown_.video->pid);
     if (outputs_.audio != nullptr) json.number("audio_pid", shown_.audio->pid);
     if (shown_.subtitle != nullptr) json.number("subtitle_pid", shown_.subtitle->pid);

@@ -139,7 +139,7 @@ void print_text(const Programme& programme, const Played& played) {
 
 void print_json(const Programme& programme, const Played& played) {
   Json json;
-  json.object().number("service", programme.number).text_if("name", programme.name);
+  json.object().number("service_id", programme.number).text_if("name", programme.name);
   json.list("ports", played.ports, [&](const PortCount& port) {
     json.text("port", port.reader.name())
         .number("pid", port.stream.pid)

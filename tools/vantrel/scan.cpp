@@ -135,7 +135,7 @@ void add_rate(Json& json, const Scan& scan, std::uint64_t packets) {
 }
 
 void add_service(Json& json, const Scan& scan, const Programme& programme) {
-  json.number("number", programme.number)
+  json.number("service_id", programme.number)
       .text_if("channel", programme.channel)
       .text_if("name", programme.name)
       .text_if("provider", programme.provider);

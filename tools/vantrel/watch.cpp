@@ -100,7 +100,7 @@ void take_snapshot(Input& input, const Psi& psi, const WatchOptions& options) {
     Json()
         .object()
         .text("picture", options.snapshot)
-        .number("service", number)
+        .number("service_id", number)
         .number("width", picture.width)
         .number("height", picture.height)
         .end_object()
