@@ -444,7 +444,8 @@ class Mistakes(unittest.TestCase):
             (["epg", "--service", "None Such", own], 5, '1 "Test Card"'),
             (["watch", "--service", "9", "--snapshot", temporary("x"), own], 5, '1 "Test Card"'),
             (["watch", "--snapshot", picture, own], 7, "--force"),
-            (["watch", "--snapshot", "/nowhere/x.png", own], 7, "/nowhere/x.png"),
+            *(([*words, "/nowhere/x", noise], 7, "/nowhere/x: No such file")
+              for words in (["watch", "--snapshot"], ["report", "-o"])),
             (["test-stream", "-o", "/nowhere/x.ts"], 7, "No such file"),
             (["pes", "--raw", "--json", "-p", "257", own], 2, "--raw"),
             (["sections", "--raw", "--json", "-p", "0", own], 2, "--raw"),

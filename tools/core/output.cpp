@@ -16,6 +16,9 @@ namespace tools {
 void refuse_to_overwrite(const std::string& path, bool force) {
   if (!force && access(path.c_str(), F_OK) == 0)
     throw Failure(Status::kNoOutput, path + ": is there already (--force overwrites)");
+  const std::string folder = std::filesystem::path(path).parent_path();
+  if (access(folder.empty() ? "." : folder.c_str(), X_OK) < 0)
+    throw Failure(Status::kNoOutput, path + ": " + std::strerror(errno));
 }
 
 void refuse_to_write_input(const std::string& input, const std::string& output) {

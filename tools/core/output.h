@@ -9,7 +9,8 @@
 
 namespace tools {
 
-/// Refuses a file that is there already, unless `force`.
+/// Refuses a file that is there already, unless `force`, or whose folder is not: before
+/// the work is done rather than after it.
 void refuse_to_overwrite(const std::string& path, bool force);
 
 /// Refuses to write to the file that is read, which --force would destroy.

@@ -92,7 +92,6 @@ bool shows_colours() {
 }
 
 void take_snapshot(Input& input, const Psi& psi, const WatchOptions& options) {
-  refuse_to_overwrite(options.snapshot, options.force);
   unsigned number = 0;
   const Picture picture = find_picture(input, psi, options.service, &number);
   write_png(picture, options.snapshot);
@@ -135,6 +134,7 @@ void run_watch(int argc, char** argv) {
           .flag("json", 0, &options.json, "Print JSON at the end")
           .parse(argc, argv, 1, 1);
   refuse_to_write_input(arguments[0], options.snapshot);
+  if (!options.snapshot.empty()) refuse_to_overwrite(options.snapshot, options.force);
   Input input(arguments[0]);
   const bool names = !input.is_live() || needs_names(options.service);
   const Psi psi = discover(input, names ? Names::kWanted : Names::kNotWanted);
