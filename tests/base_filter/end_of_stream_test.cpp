@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <fstream>
 
 #include "tests/base_filter/test_filter.h"
-#include "tests/platform/node_support.h"
 
 namespace {
 

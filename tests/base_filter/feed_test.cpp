@@ -3,14 +3,14 @@
 #include <qel/receiver.h>
 
 #include <atomic>
-#include <optional>
+#include <thread>
 
 #include "tests/base_filter/test_filter.h"
-#include "tests/platform/node_support.h"
 
 namespace {
 
 using namespace vantrel::test;
+using stream::operator+;
 
 constexpr guint kLive = 0;
 constexpr guint kPlayback = 1;
@@ -21,40 +21,6 @@ qel_input_counters counters(unsigned demux, dmx_input input) {
   qel_receiver_get_input_counters(demux, input, &result);
   return result;
 }
-
-GstBuffer* buffer(const Bytes& data) { return gst_buffer_new_memdup(data.data(), data.size()); }
-
-/// A call in a thread of its own that is expected to wait for something.
-class Waiting {
- public:
-  explicit Waiting(std::function<int()> call)
-      : thread_([this, call = std::move(call)] {
-          tid_ = gettid();
-          result_ = call();
-          done_ = true;
-        }) {}
-  ~Waiting() {
-    if (thread_.joinable()) thread_.join();
-  }
-  Waiting(const Waiting&) = delete;
-  Waiting& operator=(const Waiting&) = delete;
-
-  /// True once the call waits, false if it is over.
-  bool waits() {
-    EXPECT_TRUE(eventually([this] { return done_ || (tid_ != 0 && is_asleep(tid_)); }));
-    return !done_;
-  }
-  int result() {
-    thread_.join();
-    return result_;
-  }
-
- private:
-  std::atomic<int> tid_{0};
-  std::atomic<int> result_{0};
-  std::atomic<bool> done_{false};
-  std::thread thread_;
-};
 
 class Feed : public testing::Test {
  protected:
@@ -81,7 +47,9 @@ class Feed : public testing::Test {
     ASSERT_TRUE(gst_pad_send_event(pad_, gst_event_new_stream_start("test")));
     ASSERT_TRUE(gst_pad_send_event(pad_, gst_event_new_segment(&segment)));
   }
-  GstFlowReturn push(const Bytes& data) { return gst_pad_chain(pad_, buffer(data)); }
+  GstFlowReturn push(const Bytes& data) {
+    return gst_pad_chain(pad_, gst_buffer_new_memdup(data.data(), data.size()));
+  }
   void flush_start() { gst_pad_send_event(pad_, gst_event_new_flush_start()); }
   void flush_stop() {
     gst_pad_send_event(pad_, gst_event_new_flush_stop(TRUE));
@@ -180,36 +148,37 @@ TEST_F(Feed, DemuxOutOfRangeFailsTheStreamOrFloodsTheLog) {
   EXPECT_EQ(warnings.count(), 1);
 }
 
-// --- Waiting -----------------------------------------------------------------
+// --- Background -----------------------------------------------------------------
 
-/// A node that holds no more than one of the sections fed to its DVR input.
+/// A node of demux 1 that holds no more than one of the sections fed to it.
 class FullNode {
  public:
-  explicit FullNode(unsigned demux) : node_(("qel_demux" + std::to_string(demux)).c_str()) {
-    qel_device_ioctl(node_.fd(), KWRX_DMX_SET_BUFFER_SIZE, 200L);
-    set_section_filter(node_.fd(), kPid);
+  FullNode() {
+    node_.buffer(200);
+    node_.section(kPid);
   }
+  /// One section a packet.
   [[nodiscard]] static Bytes sections(unsigned count) {
     static stream::Multiplex multiplex;
-    return section_packets(multiplex, kPid, 150, count);
+    Bytes packets;
+    for (unsigned i = 0; i < count; ++i)
+      packets = std::move(packets) + multiplex.sections(kPid, {stream::short_section(0x42, 150)});
+    return packets;
   }
-  ssize_t read() {
-    std::uint8_t data[512];
-    return qel_device_read(node_.fd(), data, sizeof data);
-  }
+  std::size_t read() { return node_.read().size(); }
 
  private:
-  DeviceNode node_;
+  TestNode node_{"qel_demux1"};
 };
 
 TEST_F(Feed, FirstBufferPassesBeforeTheFiltersAreProgrammed) {
-  const DeviceNode node("qel_demux1");
+  const TestNode node("qel_demux1");
   run(1, kPlayback, GST_STATE_PAUSED);
   std::uint64_t packets_at_start = 1;
   script_.hook = [&](const std::string& operation) {
     if (operation == "start") packets_at_start = counters(1, DMX_IN_DVR).packets;
   };
-  Waiting pushing([this] { return push(null_packets(10)); });
+  Background pushing([this] { return push(null_packets(10)); });
   EXPECT_TRUE(pushing.waits());
   gst_element_set_state(element_, GST_STATE_PLAYING);
   EXPECT_EQ(pushing.result(), GST_FLOW_OK);
@@ -220,18 +189,18 @@ TEST_F(Feed, FirstBufferPassesBeforeTheFiltersAreProgrammed) {
 }
 
 TEST_F(Feed, FirstBufferPassesWhileTheFiltersAreBeingProgrammed) {
-  const DeviceNode node("qel_demux1");
-  set_pes_filter(node.fd(), kPid);  // which start does once more
+  const TestNode node("qel_demux1");
+  node.pes(kPid, DMX_OUT_TAP);  // which start does once more
   run(1, kPlayback, GST_STATE_PAUSED);
   std::uint64_t packets_during_start = 1;
   script_.fail("start");
   script_.hook = [&](const std::string& operation) {
     if (operation != "start") return;
-    set_section_filter(node.fd(), kPid);
+    node.section(kPid);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     packets_during_start = counters(1, DMX_IN_DVR).packets;
   };
-  Waiting pushing([this] { return push(null_packets(10)); });
+  Background pushing([this] { return push(null_packets(10)); });
   EXPECT_TRUE(pushing.waits());
   EXPECT_EQ(gst_element_set_state(element_, GST_STATE_PLAYING), GST_STATE_CHANGE_FAILURE);
   EXPECT_EQ(pushing.result(), GST_FLOW_OK) << "a start that failed holds nothing up";
@@ -241,7 +210,7 @@ TEST_F(Feed, FirstBufferPassesWhileTheFiltersAreBeingProgrammed) {
 TEST_F(Feed, FirstBufferWaitsForNothing) {
   run(1, kPlayback, GST_STATE_PAUSED);
   EXPECT_EQ(push(null_packets(1)), GST_FLOW_OK) << "no stream is registered";
-  const DeviceNode node("qel_demux1");
+  const TestNode node("qel_demux1");
   EXPECT_EQ(push(null_packets(1)), GST_FLOW_OK) << "it is the second buffer";
   gst_element_set_state(element_, GST_STATE_READY);
   run(1, kLive, GST_STATE_PAUSED);
@@ -254,33 +223,33 @@ TEST_F(Feed, FirstBufferWaitsForNothing) {
 TEST_F(Feed, FirstBufferIsNotReleased) {
   const struct {
     const char* by;
-    std::function<void(int)> release;
+    std::function<void(const TestNode&)> release;
     GstFlowReturn result;
   } kRows[] = {
-      {"flush", [this](int) { flush_start(); }, GST_FLOW_FLUSHING},
-      {"READY", [this](int) { gst_element_set_state(element_, GST_STATE_READY); },
+      {"flush", [this](const TestNode&) { flush_start(); }, GST_FLOW_FLUSHING},
+      {"READY", [this](const TestNode&) { gst_element_set_state(element_, GST_STATE_READY); },
        GST_FLOW_FLUSHING},
-      {"filter", [](int fd) { set_section_filter(fd, kPid); }, GST_FLOW_OK},
-      {"another demux", [this](int) { g_object_set(element_, "demux-id", 2, nullptr); },
+      {"filter", [](const TestNode& filter) { filter.section(kPid); }, GST_FLOW_OK},
+      {"another demux", [this](const TestNode&) { g_object_set(element_, "demux-id", 2, nullptr); },
        GST_FLOW_OK},
   };
   for (const auto& row : kRows) {
-    const DeviceNode node("qel_demux1");
+    const TestNode node("qel_demux1");
     run(1, kPlayback, GST_STATE_PAUSED);
-    Waiting pushing([this] { return push(null_packets(10)); });
+    Background pushing([this] { return push(null_packets(10)); });
     EXPECT_TRUE(pushing.waits()) << row.by;
-    row.release(node.fd());
+    row.release(node);
     EXPECT_EQ(pushing.result(), row.result) << row.by;
     gst_element_set_state(element_, GST_STATE_READY);
   }
 }
 
 TEST_F(Feed, FlushBeforeTheStartLetsTheNextBufferPass) {
-  const DeviceNode node("qel_demux1");
+  const TestNode node("qel_demux1");
   run(1, kPlayback, GST_STATE_PAUSED);
   flush_start();
   flush_stop();
-  Waiting pushing([this] { return push(null_packets(10)); });
+  Background pushing([this] { return push(null_packets(10)); });
   EXPECT_TRUE(pushing.waits());
   gst_element_set_state(element_, GST_STATE_PLAYING);
   EXPECT_EQ(pushing.result(), GST_FLOW_OK);
@@ -297,9 +266,9 @@ TEST_F(Feed, BufferThatWaitsForRoomIsNotReleased) {
       {"another demux", [this] { g_object_set(element_, "demux-id", 2, nullptr); }, GST_FLOW_OK},
   };
   for (const auto& row : kRows) {
-    FullNode node(1);
+    FullNode node;
     run(1, kPlayback, GST_STATE_PLAYING);
-    Waiting pushing([this] { return push(FullNode::sections(5)); });
+    Background pushing([this] { return push(FullNode::sections(5)); });
     EXPECT_TRUE(pushing.waits()) << row.by;
     row.release();
     EXPECT_EQ(pushing.result(), row.result) << row.by;
@@ -311,21 +280,21 @@ TEST_F(Feed, BufferThatWaitsForRoomIsNotReleased) {
 }
 
 TEST_F(Feed, FlushLetsHalfASectionThrough) {
-  FullNode node(1);
+  FullNode node;
   run(1, kLive, GST_STATE_PLAYING);
   const Bytes whole = FullNode::sections(1);
   push({whole.begin(), whole.begin() + 100});
   flush_start();
   flush_stop();
   push({whole.begin() + 100, whole.end()});
-  EXPECT_EQ(node.read(), -1);
+  EXPECT_EQ(node.read(), 0U);
   push(whole);
-  EXPECT_EQ(node.read(), 150);
+  EXPECT_EQ(node.read(), 150U);
 }
 
 TEST_F(Feed, InputOfAnotherFeederIsFlushedOrEnded) {
-  FullNode node(1);
-  Waiting other([] {
+  FullNode node;
+  Background other([] {
     const Bytes data = FullNode::sections(3);
     return qel_receiver_feed(1, DMX_IN_DVR, data.data(), data.size());
   });
@@ -343,22 +312,22 @@ TEST_F(Feed, InputOfAnotherFeederIsFlushedOrEnded) {
 }
 
 TEST_F(Feed, EndOfStreamOvertakesUnreadData) {
-  FullNode node(1);
+  FullNode node;
   run(1, kPlayback, GST_STATE_PLAYING);
   push(FullNode::sections(1));
-  Waiting ending([this] { return gst_pad_send_event(pad_, gst_event_new_eos()); });
+  Background ending([this] { return gst_pad_send_event(pad_, gst_event_new_eos()); });
   EXPECT_TRUE(ending.waits());
-  EXPECT_EQ(node.read(), 150);
+  EXPECT_EQ(node.read(), 150U);
   EXPECT_TRUE(ending.result());
   EXPECT_TRUE(GST_PAD_IS_EOS(pad_));
 }
 
 TEST_F(Feed, EndOfStreamIsNotReleased) {
   for (const bool by_flush : {true, false}) {
-    FullNode node(1);
+    FullNode node;
     run(1, kPlayback, GST_STATE_PLAYING);
     push(FullNode::sections(1));
-    Waiting ending([this] { return gst_pad_send_event(pad_, gst_event_new_eos()); });
+    Background ending([this] { return gst_pad_send_event(pad_, gst_event_new_eos()); });
     EXPECT_TRUE(ending.waits());
     if (by_flush)
       flush_start();

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <atomic>
 #include <random>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "tests/base_filter/test_filter.h"
-#include "tests/platform/node_support.h"
 
 namespace {
 
@@ -134,11 +134,8 @@ TEST_F(State, DisposeUndoesTwice) {
 }
 
 TEST_F(State, CyclesLeakDescriptors) {
-  script_.hook = [](const std::string&) {
-    const DeviceNode node("qel_demux0");
-    set_section_filter(node.fd(), 100);
-  };
-  const int before = open_descriptors();
+  script_.hook = [](const std::string&) { TestNode("qel_demux0").section(100); };
+  const std::size_t before = open_descriptors();
   for (int i = 0; i < 1000; ++i) {
     ASSERT_EQ(set(kPlaying), kSuccess);
     ASSERT_EQ(set(i % 2 == 0 ? kReady : kNull), kSuccess);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gst/gst.h>
+#include <gtest/gtest.h>
 #include <qel/base_filter.h>
 
 #include <functional>
@@ -10,7 +11,14 @@
 #include <string>
 #include <utility>
 
+#include "tests/support/process.h"
+#include "tests/support/test_node.h"
+
 namespace vantrel::test {
+
+using stream::Bytes;
+
+inline Bytes null_packets(std::size_t count) { return stream::Multiplex().null_packets(count); }
 
 /// What the operations of a TestFilter do, and what they were.
 class Script {

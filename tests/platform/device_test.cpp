@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include <qel/receiver.h>
+#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 
 #include "common/unique_fd.h"
-#include "tests/platform/node_support.h"
+#include "tests/support/process.h"
+#include "tests/support/test_node.h"
 
 namespace {
 
@@ -18,14 +18,23 @@ TEST(Device, NamesOpenOrFailOtherwiseThanPromised) {
     const char* name;
     int error;
   } kRows[] = {
-      {"qel_demux0", 0},       {"qel_demux5", 0},     {"qel_temi0", 0},      {"qel_temi5", 0},
-      {nullptr, EINVAL},       {"", ENOENT},          {"qel_demux", ENOENT}, {"qel_demux6", ENOENT},
-      {"qel_demux00", ENOENT}, {"qel_temi6", ENOENT}, {"/dev/null", ENOENT},
+      {"qel_demux0", 0},      {"qel_demux5", 0},
+      {"qel_temi0", 0},       {"qel_temi5", 0},
+      {"qel_dvr0", 0},        {"qel_dvr5", 0},
+      {"vdec0", 0},           {"vdec3", 0},
+      {"adec0", 0},           {"adec3", 0},
+      {nullptr, EINVAL},      {"", ENOENT},
+      {"qel_demux", ENOENT},  {"qel_demux6", ENOENT},
+      {"qel_demuxx", ENOENT}, {"/dev/null", ENOENT},
+      {"vdec4", ENOENT},      {"qel_demux00", ENOENT},
+      {"qel_temi6", ENOENT},  {"qel_dvr:", ENOENT},
+      {"adec", ENOENT},       {"/dev/qel/vdec0", ENOENT},
   };
   for (const auto& row : kRows) {
     const std::string label = row.name != nullptr ? row.name : "NULL";
     errno = 0;
     const int fd = qel_device_open(row.name, O_NONBLOCK);
+    EXPECT_EQ(get_device_path(row.name) != nullptr, row.error == 0) << label;
     if (row.error != 0) {
       EXPECT_EQ(fd, -1) << label;
       EXPECT_EQ(errno, row.error) << label;
@@ -97,7 +106,7 @@ TEST(Device, ForeignDescriptorsMissTheSystemCall) {
 }
 
 TEST(Device, RequestHeldInASignedNumberIsUnknown) {
-  const DeviceNode node("qel_temi0");
+  const TestNode node("qel_temi0");
   dmx_read_size size{};
   const int request = static_cast<int>(KWRX_DMX_GET_READ_SIZE);
   EXPECT_EQ(qel_device_ioctl(node.fd(), static_cast<unsigned long>(request), &size), 0);
@@ -105,28 +114,17 @@ TEST(Device, RequestHeldInASignedNumberIsUnknown) {
 
 TEST(Device, CloseLeavesOtherThreadsInTheirReads) {
   for (int round = 0; round < 100; ++round) {
-    const int fd = qel_device_open("qel_demux0", O_RDWR);
-    ASSERT_GT(fd, 0);
-    ASSERT_EQ(set_section_filter(fd, 100), 0);
-    struct Reader {
-      std::atomic<int> tid{0};
-      int error = 0;
-      std::thread thread;
-    } readers[3];
-    for (Reader& reader : readers)
-      reader.thread = std::thread([&reader, fd] {
-        reader.tid = gettid();
-        char data[64];
-        reader.error = qel_device_read(fd, data, sizeof data) < 0 ? errno : -1;
-      });
-    for (const Reader& reader : readers)
-      EXPECT_TRUE(eventually([&] { return reader.tid != 0 && is_asleep(reader.tid); }));
-    EXPECT_EQ(qel_device_close("qel_demux0", fd), 0);
-    for (Reader& reader : readers) {
-      reader.thread.join();
-      EXPECT_EQ(reader.error, EBADF);
-    }
-    EXPECT_EQ(fcntl(fd, F_GETFD), -1) << "descriptor left open";
+    TestNode node("qel_demux0", O_RDWR);
+    ASSERT_EQ(node.section(100), 0);
+    const auto read = [&node] {
+      char data[64];
+      return qel_device_read(node.fd(), data, sizeof data) < 0 ? errno : -1;
+    };
+    Background readers[3] = {Background(read), Background(read), Background(read)};
+    for (Background& reader : readers) EXPECT_TRUE(reader.waits());
+    node.close();
+    for (Background& reader : readers) EXPECT_EQ(reader.result(), EBADF);
+    EXPECT_EQ(fcntl(node.fd(), F_GETFD), -1) << "descriptor left open";
   }
 }
 

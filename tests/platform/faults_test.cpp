@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include <poll.h>
+#include <gtest/gtest.h>
 #include <qel/log.h>
 #include <qel/receiver.h>
 #include <qel/trace.h>
@@ -8,8 +8,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
-#include "tests/platform/node_support.h"
+#include "tests/support/test_node.h"
 
 namespace {
 
@@ -22,10 +23,9 @@ class Faults : public testing::Test {
 
 /// The errno of each of six STOP requests, 0 for success, as digits: 1 where
 /// the request failed.
-std::string failing_stops(const DeviceNode& node) {
+std::string failing_stops(const TestNode& node) {
   std::string pattern;
-  for (int i = 0; i < 6; ++i)
-    pattern += qel_device_ioctl(node.fd(), KWRX_DMX_STOP, 0) == 0 ? '0' : '1';
+  for (int i = 0; i < 6; ++i) pattern += node.control(KWRX_DMX_STOP) == 0 ? '0' : '1';
   return pattern;
 }
 
@@ -35,7 +35,7 @@ TEST_F(Faults, RuleHitsOtherCallsThanItCounts) {
     const char* pattern;
   } kRows[] = {{"1", "100000"}, {"3", "001000"},   {"2-4", "011100"}, {"2-", "011111"},
                {"*", "111111"}, {"2-2", "010000"}, {"7", "000000"},   {"6-900", "000001"}};
-  const DeviceNode node("qel_demux0");
+  const TestNode node("qel_demux0");
   for (const auto& row : kRows) {
     const std::string rule = std::string("qel_demux0 KWRX_DMX_STOP ") + row.which + " EIO\n";
     ASSERT_EQ(qel_faults_set(rule.c_str()), 0) << rule;
@@ -44,16 +44,13 @@ TEST_F(Faults, RuleHitsOtherCallsThanItCounts) {
 }
 
 TEST_F(Faults, RuleCountsCallsThatAreNotItsOwn) {
-  const DeviceNode node("qel_demux0");
-  const DeviceNode other("qel_demux1");
+  const TestNode node("qel_demux0");
+  const TestNode other("qel_demux1");
   ASSERT_EQ(qel_faults_set("qel_demux0 KWRX_DMX_STOP 1 EIO\n* KWRX_DMX_STOP 3 EBUSY\n"), 0);
-  EXPECT_EQ(qel_device_ioctl(other.fd(), KWRX_DMX_STOP, 0), 0);
-  EXPECT_EQ(set_section_filter(node.fd(), 100), 0);
-  errno = 0;
-  EXPECT_EQ(qel_device_ioctl(node.fd(), KWRX_DMX_STOP, 0), -1);
-  EXPECT_EQ(errno, EIO);
-  EXPECT_EQ(qel_device_ioctl(other.fd(), KWRX_DMX_STOP, 0), -1);
-  EXPECT_EQ(errno, EBUSY);
+  EXPECT_EQ(other.control(KWRX_DMX_STOP), 0);
+  EXPECT_EQ(node.section(100), 0);
+  EXPECT_EQ(node.control(KWRX_DMX_STOP), -EIO);
+  EXPECT_EQ(other.control(KWRX_DMX_STOP), -EBUSY);
 }
 
 TEST_F(Faults, ErrnoNameIsUnknownOrAnother) {
@@ -61,9 +58,7 @@ TEST_F(Faults, ErrnoNameIsUnknownOrAnother) {
     const char* name = strerrorname_np(error);
     if (name == nullptr) continue;
     ASSERT_EQ(qel_faults_set((std::string("* open * ") + name).c_str()), 0) << name;
-    errno = 0;
-    EXPECT_EQ(qel_device_open("qel_demux0", O_NONBLOCK), -1) << name;
-    EXPECT_EQ(errno, error) << name;
+    EXPECT_EQ(TestNode("qel_demux0").error, error) << name;
   }
   EXPECT_EQ(qel_faults_set("* open * EWOULDBLOCK\n* read * ENOTSUP\n"), 0);
 }
@@ -104,18 +99,18 @@ TEST_F(Faults, ScriptThatDoesNotParseIsTaken) {
 
 TEST_F(Faults, BadScriptDropsTheRulesThatHold) {
   ASSERT_EQ(qel_faults_set("* open 2- EMFILE"), 0);
-  const DeviceNode first("qel_demux0");
-  EXPECT_GT(first.fd(), 0);
+  const TestNode first("qel_demux0");
+  EXPECT_TRUE(first);
   EXPECT_EQ(qel_faults_set("* open"), 1);
-  EXPECT_EQ(DeviceNode("qel_demux0").fd(), -1);
+  EXPECT_FALSE(TestNode("qel_demux0"));
   EXPECT_EQ(qel_faults_set(""), 0);
-  EXPECT_GT(DeviceNode("qel_demux0").fd(), 0);
+  EXPECT_TRUE(TestNode("qel_demux0"));
 }
 
 TEST_F(Faults, FailingCallStillActs) {
-  const DeviceNode node("qel_demux2");
+  const TestNode node("qel_demux2");
   ASSERT_EQ(qel_faults_set("qel_demux2 KWRX_DMX_SET_FILTER 1 EINVAL"), 0);
-  EXPECT_EQ(set_section_filter(node.fd(), 100), -1);
+  EXPECT_EQ(node.section(100), -EINVAL);
   EXPECT_EQ(qel_receiver_has_stream_nodes(2), 1);
 }
 
@@ -123,45 +118,35 @@ class FaultyReads : public Faults {
  protected:
   /// A section of 20 bytes waits on the node.
   void SetUp() override {
-    ASSERT_EQ(set_section_filter(node_.fd(), 100), 0);
+    ASSERT_EQ(node_.section(100), 0);
     static stream::Multiplex multiplex;
-    const Bytes data = section_packets(multiplex, 100, 20, 1);
+    const stream::Bytes data = multiplex.sections(100, {kSection});
     ASSERT_EQ(qel_receiver_feed(4, DMX_IN_FRONTEND, data.data(), data.size()), 0);
   }
-  ssize_t read() { return qel_device_read(node_.fd(), data_, sizeof data_); }
 
-  const DeviceNode node_{"qel_demux4"};
-  std::uint8_t data_[64];
+  const stream::Bytes kSection = stream::short_section(0x42, 20);
+  TestNode node_{"qel_demux4"};
 };
 
 TEST_F(FaultyReads, ReadIsNotShortenedOrLosesData) {
   ASSERT_EQ(qel_faults_set("qel_demux4 read 1 short=7"), 0);
-  EXPECT_EQ(read(), 7);
-  EXPECT_EQ(read(), 13);
-  EXPECT_EQ(data_[12], stream::short_section(kTableId, 20).back());
+  EXPECT_EQ(node_.read(), stream::slice(kSection, 0, 7));
+  EXPECT_EQ(node_.read(), stream::slice(kSection, 7, 13));
 }
 
 TEST_F(FaultyReads, FailedReadTakesData) {
   ASSERT_EQ(qel_faults_set("qel_demux4 read 1 EIO"), 0);
-  EXPECT_EQ(read(), -1);
-  EXPECT_EQ(errno, EIO);
-  EXPECT_EQ(read(), 20);
+  EXPECT_EQ(node_.drain(), (std::vector{-EIO, 20}));
 }
 
 TEST_F(FaultyReads, OverflowIsNotReportedOnce) {
   ASSERT_EQ(qel_faults_set("qel_demux4 read 2 overflow\nqel_demux4 KWRX_DMX_GET_STC 1 overflow"),
             0);
-  const auto overflows_seen = [this] {
-    int seen = 0;
-    for (int i = 0; i < 4; ++i) seen += read() < 0 && errno == EOVERFLOW;
-    return seen;
-  };
-  EXPECT_EQ(overflows_seen(), 1);
+  EXPECT_EQ(node_.drain(), (std::vector{20, -EOVERFLOW}));
   dmx_stc stc{};
-  qel_device_ioctl(node_.fd(), KWRX_DMX_GET_STC, &stc);
-  pollfd waiting{node_.fd(), POLLIN, 0};
-  EXPECT_EQ(poll(&waiting, 1, 0), 1);
-  EXPECT_EQ(overflows_seen(), 1);
+  node_.control(KWRX_DMX_GET_STC, &stc);
+  EXPECT_TRUE(node_.readable());
+  EXPECT_EQ(node_.drain(), std::vector{-EOVERFLOW});
 }
 
 // The environment is read once in a process: each of these has its own.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include <glib.h>
+#include <gtest/gtest.h>
 #include <qel/marker.h>
 #include <qel/receiver.h>
 #include <qel/trace.h>
@@ -8,15 +8,18 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <mutex>
 #include <regex>
 #include <vector>
 
-#include "tests/platform/node_support.h"
+#include "tests/support/test_node.h"
 
 namespace {
 
 using namespace vantrel::test;
+
+std::string number(const TestNode& node) { return std::to_string(node.fd()); }
 
 /// Collects traced calls, without time and thread, while it lives.
 class Trace {
@@ -66,14 +69,14 @@ TEST(Trace, OpenCloseAndPathPrintOtherwise) {
 
 TEST(Trace, RequestsPrintOtherwise) {
   Trace trace;
-  const DeviceNode node("qel_demux0");
-  const DeviceNode temi("qel_temi0");
+  const TestNode node("qel_demux0");
+  const TestNode temi("qel_temi0");
   trace.take();
   const auto traced = [&](int fd, unsigned long request, auto argument) {
     qel_device_ioctl(fd, request, argument);
     return trace.take();
   };
-  const std::string at = "ioctl(" + node.number() + "<qel_demux0>, ";
+  const std::string at = "ioctl(" + number(node) + "<qel_demux0>, ";
   const std::string none = "00000000000000000000000000000000";
   dmx_pes_filter_params pes{};
   pes.pid = 4129;
@@ -106,48 +109,42 @@ TEST(Trace, RequestsPrintOtherwise) {
                  "mask=ff000000000000000000000000000000, "
                  "mode=0000000000000000000000000000000a, timeout=0, flags=5}) = 0\n");
   EXPECT_EQ(traced(temi.fd(), KWRX_DMX_GET_READ_SIZE, &size),
-            "ioctl(" + temi.number() + "<qel_temi0>, KWRX_DMX_GET_READ_SIZE) = 0 => {size=0}\n");
+            "ioctl(" + number(temi) + "<qel_temi0>, KWRX_DMX_GET_READ_SIZE) = 0 => {size=0}\n");
   EXPECT_EQ(traced(node.fd(), 0x6f2fUL, &size).substr(0, at.size() + 12), at + "0x6f2f) = -1");
 }
 
 TEST(Trace, BadRecordsCrashIt) {
   Trace trace;
-  const DeviceNode node("qel_demux0");
+  const TestNode node("qel_demux0");
   trace.take();
-  const std::string at = "ioctl(" + node.number() + "<qel_demux0>, ";
-  qel_device_ioctl(node.fd(), KWRX_DMX_SET_FILTER, nullptr);
+  const std::string at = "ioctl(" + number(node) + "<qel_demux0>, ";
+  node.control(KWRX_DMX_SET_FILTER);
   EXPECT_EQ(trace.take(), at + "KWRX_DMX_SET_FILTER, NULL) = -1 EFAULT\n");
-  qel_device_ioctl(node.fd(), KWRX_DMX_SET_SOURCE, reinterpret_cast<void*>(0x10));
+  node.control(KWRX_DMX_SET_SOURCE, reinterpret_cast<void*>(0x10));
   EXPECT_EQ(trace.take(), at + "KWRX_DMX_SET_SOURCE, 0x10) = -1 EFAULT\n");
   dmx_pes_type_query unterminated{};
   std::memset(unterminated.device_path, '\n', sizeof unterminated.device_path);
-  qel_device_ioctl(node.fd(), KWRX_DMX_GET_PESTYPE, &unterminated);
+  node.control(KWRX_DMX_GET_PESTYPE, &unterminated);
   const std::string line = trace.take();
   EXPECT_EQ(line.find('\n'), line.size() - 1) << "more than one line: " << line;
 }
 
 TEST(Trace, StcPrintsOtherwise) {
   Trace trace;
-  const DeviceNode node("qel_demux3");
+  const TestNode node("qel_demux3");
   trace.take();
   dmx_stc stc{};
   stc.num = 1;
-  const std::string at = "ioctl(" + node.number() + "<qel_demux3>, KWRX_DMX_GET_STC, {num=1})";
-  qel_device_ioctl(node.fd(), KWRX_DMX_GET_STC, &stc);
+  const std::string at = "ioctl(" + number(node) + "<qel_demux3>, KWRX_DMX_GET_STC, {num=1})";
+  node.control(KWRX_DMX_GET_STC, &stc);
   EXPECT_EQ(trace.take(), at + " = -1 EAGAIN\n");
 
-  dmx_pes_filter_params pcr{};
-  pcr.pid = 256;
-  pcr.pes_type = DMX_PES_PCR1;
-  pcr.flags = DMX_IMMEDIATE_START;
-  ASSERT_EQ(qel_device_ioctl(node.fd(), KWRX_DMX_SET_PES_FILTER, &pcr), 0);
-  stream::Header header;
-  header.pcr = 27000000;
+  ASSERT_EQ(node.pes(256, DMX_OUT_DECODER, DMX_PES_PCR1, DMX_IN_FRONTEND), 0);
   stream::Multiplex multiplex;
-  const Bytes packet = multiplex.packet(256, {}, header);
+  const stream::Bytes packet = multiplex.packet(256, {}, {.pcr = 27000000});
   ASSERT_EQ(qel_receiver_feed(3, DMX_IN_FRONTEND, packet.data(), packet.size()), 0);
   trace.take();
-  const bool known = qel_device_ioctl(node.fd(), KWRX_DMX_GET_STC, &stc) == 0;
+  const bool known = node.control(KWRX_DMX_GET_STC, &stc) == 0;
   const std::string result = known ? " = 0 => {num=1, base=" + std::to_string(stc.base) +
                                          ", stc=" + std::to_string(stc.stc) + "}\n"
                                    : std::string(" = -1 ") + strerrorname_np(errno) + "\n";
@@ -155,18 +152,17 @@ TEST(Trace, StcPrintsOtherwise) {
 }
 
 TEST(Trace, ReadsAreTracedUnasked) {
-  const DeviceNode node("qel_demux0");
-  char data[16];
+  TestNode node("qel_demux0");
   {
     Trace trace;
-    qel_device_read(node.fd(), data, sizeof data);
+    node.read(16);
     EXPECT_EQ(trace.take(), "");
   }
   Trace trace(true);
-  ASSERT_EQ(set_section_filter(node.fd(), 100), 0);
+  ASSERT_EQ(node.section(100), 0);
   trace.take();
-  qel_device_read(node.fd(), data, sizeof data);
-  EXPECT_EQ(trace.take(), "read(" + node.number() + "<qel_demux0>, 16) = -1 EAGAIN\n");
+  node.read(16);
+  EXPECT_EQ(trace.take(), "read(" + number(node) + "<qel_demux0>, 16) = -1 EAGAIN\n");
 }
 
 TEST(Trace, MarkerIsNotTracedOrChangesErrno) {

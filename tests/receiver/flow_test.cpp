@@ -62,28 +62,6 @@ TEST_F(FlowTest, LiveOverflowLosesWhatWasWholeOrIsNotTold) {
   }
 }
 
-TEST_F(FlowTest, OverflowAmidAPartlyReadSectionMisalignsLaterReads) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
-  feed(sections_of({500, 400}), DMX_IN_FRONTEND);
-  EXPECT_EQ(node.read(10).size(), 10U);
-  feed(sections_of({300}), DMX_IN_FRONTEND);
-  EXPECT_EQ(node.drain(), (Sizes{490, 400, -EOVERFLOW}));
-}
-
-TEST_F(FlowTest, RestartLeavesAnOldErrorOrOldData) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
-  feed(sections_of({900, 300}), DMX_IN_FRONTEND);
-  for (const unsigned long request : {KWRX_DMX_START, KWRX_DMX_STOP, KWRX_DMX_START}) {
-    EXPECT_EQ(node.control(request), 0);
-    EXPECT_FALSE(node.readable());
-    EXPECT_TRUE(node.drain().empty());
-  }
-}
-
 TEST_F(FlowTest, LosslessFeedDropsOrStopsShort) {
   TestNode node("qel_demux0");
   node.buffer(1024);
@@ -192,15 +170,6 @@ TEST_F(FlowTest, RequestsHangWhileAFeedWaits) {
   while (!feeder.done_within(1ms)) node.drain();
   // The 800 had begun before the second filter came.
   EXPECT_EQ(other.drain(), (Sizes{300, 500}));
-}
-
-TEST_F(FlowTest, NodeNobodyReadsHoldsTheLiveInput) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
-  for (int i = 0; i < 100; ++i) feed(sections_of({900}), DMX_IN_FRONTEND);
-  EXPECT_EQ(node.drain(), (Sizes{900, -EOVERFLOW}));
-  EXPECT_EQ(node_counters(node).dropped, 99U);
 }
 
 TEST_F(FlowTest, NodeNobodyCanReadStopsTheFeedOrItsEnd) {

@@ -15,33 +15,6 @@ constexpr unsigned kThreadPid = 0x12;
 
 class ThreadTest : public ReceiverTest {};
 
-TEST_F(ThreadTest, BlockedReadMissesDataOrOutlivesItsNode) {
-  TestNode node("qel_demux0", O_RDWR);
-  node.section(kThreadPid);
-  Background reader([&] { return static_cast<int>(node.read().size()); });
-  feed(mux.sections(kThreadPid, {section(0x42, 1, 20)}));
-  EXPECT_EQ(reader.result(), 20);
-  Background again([&] {
-    node.read();
-    return node.last;
-  });
-  EXPECT_FALSE(again.done_within(20ms));
-  node.close();
-  EXPECT_EQ(again.result(), EBADF);
-}
-
-TEST_F(ThreadTest, StopHangsWhileAnotherThreadReads) {
-  TestNode node("qel_demux0", O_RDWR);
-  node.section(kThreadPid);
-  Background reader([&] { return static_cast<int>(node.read().size()); });
-  EXPECT_FALSE(reader.done_within(20ms));
-  Background requests([&] { return node.control(KWRX_DMX_STOP) + node.control(KWRX_DMX_START); });
-  ASSERT_TRUE(requests.done_within(20s));
-  EXPECT_EQ(requests.result(), 0);
-  feed(mux.sections(kThreadPid, {section(0x42, 1, 20)}));
-  EXPECT_EQ(reader.result(), 20);
-}
-
 TEST_F(ThreadTest, RequestsStarveBesideABusyFeeder) {
   // Long enough that requests come in the middle, whatever the machine.
   Bytes data;

@@ -3,22 +3,21 @@
 // One stream goes through two demuxes in different ways; what comes out must
 // not depend on the way.
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <qel/receiver.h>
 
 #include <atomic>
 #include <sstream>
 #include <thread>
 
-#include "tests/receiver_fuzz/fuzz_node.h"
 #include "tests/receiver_fuzz/random_stream.h"
+#include "tests/support/test_node.h"
 
 namespace {
 
 using fuzz::Bytes;
-using fuzz::FuzzNode;
 using fuzz::Random;
 using stream::operator+=;
+using vantrel::test::TestNode;
 
 constexpr std::size_t kAmple = std::size_t{8} << 20;
 // For several PES packets, which a lost unit start makes one.
@@ -53,7 +52,7 @@ class Filters {
     qel_receiver_reset_counters(demux);
   }
 
-  std::vector<FuzzNode> nodes;
+  std::vector<TestNode> nodes;
   std::vector<std::vector<Bytes>> outputs;  // by node, read by read
 
   void feed(const Bytes& bytes) const {
@@ -63,9 +62,10 @@ class Filters {
     for (std::size_t i = 0; i < nodes.size(); ++i) drain(i);
   }
   void drain(std::size_t index) {
-    for (Bytes bytes = nodes[index].read(); !bytes.empty(); bytes = nodes[index].read())
+    TestNode& node = nodes[index];
+    for (Bytes bytes = node.read(); !bytes.empty(); bytes = node.read())
       outputs[index].push_back(std::move(bytes));
-    EXPECT_TRUE(errno == EAGAIN || errno == 0) << "node " << index << ": errno " << errno;
+    EXPECT_TRUE(node.last == EAGAIN || node.last == 0) << "node " << index << ": " << node.last;
   }
   /// What the receiver has counted, but for what tells the demuxes apart.
   [[nodiscard]] std::string counters() const {
@@ -91,13 +91,13 @@ class Filters {
   }
 
  private:
-  FuzzNode& add(const std::string& name) {
-    nodes.emplace_back(name);
-    EXPECT_GE(nodes.back().fd(), 0) << name;
-    nodes.back().size(buffer_size_);
+  TestNode& add(const std::string& name) {
+    nodes.emplace_back(name, O_RDONLY | O_NONBLOCK);
+    EXPECT_TRUE(nodes.back()) << name;
+    nodes.back().buffer(buffer_size_);
     return nodes.back();
   }
-  FuzzNode& add_filter() { return add("qel_demux" + std::to_string(demux_)); }
+  TestNode& add_filter() { return add("qel_demux" + std::to_string(demux_)); }
 
   void add_section_filters() {
     for (unsigned i = 0; i < 12; ++i) {
@@ -107,27 +107,26 @@ class Filters {
       filter.filter[2] = static_cast<std::uint8_t>(random_.below(4));
       filter.mask[2] = random_.one_in(3) ? 0xff : 0;
       filter.mode[2] = random_.one_in(2) ? 0xff : 0;
-      const unsigned flags = random_.one_in(2) ? DMX_CHECK_CRC : 0;
-      EXPECT_EQ(
-          add_filter().section(fuzz::kFirstSectionPid + i % fuzz::kSectionPids, filter, flags), 0);
+      const unsigned check = random_.one_in(2) ? DMX_CHECK_CRC : 0;
+      const unsigned pid = fuzz::kFirstSectionPid + i % fuzz::kSectionPids;
+      EXPECT_EQ(add_filter().section(pid, DMX_IMMEDIATE_START | check, filter), 0);
     }
+  }
+  void add_pes_filter(unsigned pid, dmx_output output, dmx_ts_pes type = DMX_PES_OTHER) {
+    EXPECT_EQ(add_filter().pes(pid, output, type, input_), 0);
   }
   void add_pes_filters() {
     const dmx_ts_pes type = demux_ == 0 ? DMX_PES_VIDEO0 : DMX_PES_VIDEO1;
     constexpr unsigned kPid = fuzz::kFirstPesPid;
-    EXPECT_EQ(add_filter().pes(kPid, DMX_OUT_DECODER, input_, type), 0);
-    if (takers_ == Takers::kOne) {
-      EXPECT_EQ(add_filter().pes(kPid + 1, DMX_OUT_TAP, input_), 0);
-      EXPECT_EQ(add_filter().pes(kPid + 2, DMX_OUT_TS_TAP, input_), 0);
-      return;
-    }
-    EXPECT_EQ(add_filter().pes(kPid, DMX_OUT_TAP, input_), 0);
-    EXPECT_EQ(add_filter().pes(kPid + 1, DMX_OUT_TAP, input_), 0);
-    EXPECT_EQ(add_filter().pes(kPid + 1, DMX_OUT_TAP, input_), 0);
-    EXPECT_EQ(add_filter().pes(kPid + 2, DMX_OUT_TS_TAP, input_), 0);
-    EXPECT_EQ(add_filter().pes(fuzz::kFirstSectionPid, DMX_OUT_TS_TAP, input_), 0);
-    EXPECT_EQ(add_filter().pes(kPid + 2, DMX_OUT_TSDEMUX_TAP, input_), 0);
-    EXPECT_EQ(add_filter().pes(0x2000, DMX_OUT_TAP, input_), 0);
+    add_pes_filter(kPid, DMX_OUT_DECODER, type);
+    add_pes_filter(kPid + 1, DMX_OUT_TAP);
+    add_pes_filter(kPid + 2, DMX_OUT_TS_TAP);
+    if (takers_ == Takers::kOne) return;
+    add_pes_filter(kPid, DMX_OUT_TAP);
+    add_pes_filter(kPid + 1, DMX_OUT_TAP);
+    add_pes_filter(fuzz::kFirstSectionPid, DMX_OUT_TS_TAP);
+    add_pes_filter(kPid + 2, DMX_OUT_TSDEMUX_TAP);
+    add_pes_filter(0x2000, DMX_OUT_TAP);
   }
 
   const unsigned demux_;
@@ -139,7 +138,7 @@ class Filters {
 
 Bytes joined(const std::vector<Bytes>& pieces) {
   Bytes all;
-  for (const Bytes& piece : pieces) all.insert(all.end(), piece.begin(), piece.end());
+  for (const Bytes& piece : pieces) all += piece;
   return all;
 }
 
@@ -156,23 +155,13 @@ void expect_same(const Filters& left, const Filters& right, unsigned seed) {
   EXPECT_GT(bytes, 0U);
 }
 
-/// Each packet with the 16 bytes of forward error correction behind it.
-Bytes with_parity(const Bytes& packets) {
-  Bytes all;
-  for (std::size_t at = 0; at < packets.size(); at += stream::kPacketSize) {
-    all += stream::slice(packets, at, stream::kPacketSize);
-    all.resize(all.size() + 16);
-  }
-  return all;
-}
-
 TEST(ReceiverFuzz, OutputDependsOnWhereTheStreamIsCut) {
   for (unsigned seed = 1; seed <= 12; ++seed) {
     fuzz::RandomStream source(seed, kDamage);
     Random random(seed + 1000);
     Filters whole(0, DMX_IN_FRONTEND, seed, kAmple), cut(1, DMX_IN_FRONTEND, seed, kAmple);
     Bytes stream = source.packets(8000);
-    if (seed % 3 == 0) stream = with_parity(stream);
+    if (seed % 3 == 0) stream = stream::with_parity(stream);
     whole.feed(stream);
     whole.drain();
     for (std::size_t at = 0; at < stream.size();) {
@@ -206,8 +195,7 @@ TEST(ReceiverFuzz, DataIsLostOnAnInputThatWaits) {
     for (std::size_t i = 0; i < tight.nodes.size(); ++i) {
       readers.emplace_back([&tight, &fed, i] {
         while (!fed) {
-          pollfd entry{tight.nodes[i].fd(), POLLIN, 0};
-          poll(&entry, 1, 20);
+          tight.nodes[i].readable(20);
           tight.drain(i);
         }
         tight.drain(i);

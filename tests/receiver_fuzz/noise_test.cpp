@@ -5,14 +5,16 @@
 #include <qel/receiver.h>
 
 #include "common/crc32_mpeg.h"
-#include "tests/receiver_fuzz/fuzz_node.h"
 #include "tests/receiver_fuzz/random_stream.h"
+#include "tests/support/test_node.h"
 
 namespace {
 
 using fuzz::Bytes;
-using fuzz::FuzzNode;
 using fuzz::Random;
+using vantrel::test::TestNode;
+
+constexpr unsigned kChecked = DMX_IMMEDIATE_START | DMX_CHECK_CRC;
 
 /// Cuts bytes out, puts noise in, and overwrites some.
 Bytes torn(Bytes stream, Random& random) {
@@ -46,7 +48,7 @@ void feed_in_pieces(const Bytes& stream, Random& random) {
   }
 }
 
-void expect_whole_sections(const FuzzNode& node) {
+void expect_whole_sections(TestNode& node) {
   for (Bytes bytes = node.read(); !bytes.empty(); bytes = node.read()) {
     ASSERT_GE(bytes.size(), 3U);
     ASSERT_EQ(bytes.size(), 3U + ((bytes[1] & 0x0fU) << 8 | bytes[2]));
@@ -56,14 +58,14 @@ void expect_whole_sections(const FuzzNode& node) {
   }
 }
 
-void expect_whole_packets(const FuzzNode& node) {
+void expect_whole_packets(TestNode& node) {
   for (Bytes bytes = node.read(188 * 100); !bytes.empty(); bytes = node.read(188 * 100)) {
     ASSERT_EQ(bytes.size() % 188, 0U);
     for (std::size_t at = 0; at < bytes.size(); at += 188) ASSERT_EQ(bytes[at], 0x47);
   }
 }
 
-void expect_pes_no_longer_than_it_says(const FuzzNode& node) {
+void expect_pes_no_longer_than_it_says(TestNode& node) {
   for (Bytes bytes = node.read(); !bytes.empty(); bytes = node.read()) {
     if (bytes.size() < 6 || bytes[0] != 0 || bytes[1] != 0 || bytes[2] != 1) continue;
     const std::size_t length = std::size_t{bytes[4]} << 8 | bytes[5];
@@ -73,10 +75,8 @@ void expect_pes_no_longer_than_it_says(const FuzzNode& node) {
   }
 }
 
-void expect_whole_descriptors(const FuzzNode& node) {
-  Bytes all;
-  for (Bytes bytes = node.read(); !bytes.empty(); bytes = node.read())
-    all.insert(all.end(), bytes.begin(), bytes.end());
+void expect_whole_descriptors(TestNode& node) {
+  const Bytes all = node.read_all();
   for (std::size_t at = 0; at < all.size(); at += 2U + all[at + 1]) {
     ASSERT_TRUE(all[at] >= 4 && all[at] <= 6);
     ASSERT_LE(at + 2, all.size());
@@ -107,20 +107,20 @@ TEST(ReceiverFuzz, NoiseComesOutAsData) {
     qel_receiver_reset_counters(2);
     Random random(seed);
     fuzz::RandomStream source(seed, {.flipped_bit = 5, .lost = 30, .repeated = 30});
-    std::vector<FuzzNode> sections;
+    std::vector<TestNode> sections;
     for (unsigned i = 0; i < fuzz::kSectionPids; ++i) {
       sections.emplace_back("qel_demux2");
-      ASSERT_EQ(sections.back().section(fuzz::kFirstSectionPid + i, {}, DMX_CHECK_CRC), 0);
+      ASSERT_EQ(sections.back().section(fuzz::kFirstSectionPid + i, kChecked), 0);
     }
-    const FuzzNode tap("qel_demux2"), packets("qel_demux2"), temi("qel_temi2");
-    ASSERT_EQ(tap.pes(fuzz::kFirstPesPid, DMX_OUT_TAP, DMX_IN_FRONTEND), 0);
-    packets.size(188 * 100);
-    ASSERT_EQ(packets.pes(0x2000, DMX_OUT_TAP, DMX_IN_FRONTEND), 0);
+    TestNode tap("qel_demux2"), packets("qel_demux2"), temi("qel_temi2");
+    ASSERT_EQ(tap.pes(fuzz::kFirstPesPid, DMX_OUT_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND), 0);
+    packets.buffer(188 * 100);
+    ASSERT_EQ(packets.pes(0x2000, DMX_OUT_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND), 0);
     ASSERT_EQ(temi.control(KWRX_DMX_START), 0);
     for (int part = 0; part < 10; ++part) {
       feed_in_pieces(torn(source.packets(400), random), random);
       feed_in_pieces(random.bytes(random.below(5000)), random);
-      for (const FuzzNode& node : sections) expect_whole_sections(node);
+      for (TestNode& node : sections) expect_whole_sections(node);
       expect_whole_packets(packets);
       expect_pes_no_longer_than_it_says(tap);
       expect_whole_descriptors(temi);
@@ -142,8 +142,8 @@ TEST(ReceiverFuzz, StreamAmidNoiseIsNotFound) {
       packets = stream::with_parity(packets);
     else if (random.one_in(2))
       packets = stream::with_timestamps(packets);
-    const FuzzNode node("qel_demux2");
-    ASSERT_EQ(node.section(kPid, {}, DMX_CHECK_CRC), 0);
+    TestNode node("qel_demux2");
+    ASSERT_EQ(node.section(kPid, kChecked), 0);
     feed_in_pieces(stream::join({random.bytes(random.below(3000)), packets, random.bytes(3000)}),
                    random);
     int found = 0;

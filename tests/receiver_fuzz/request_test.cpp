@@ -17,17 +17,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <mutex>
 #include <thread>
 
-#include "tests/receiver_fuzz/fuzz_node.h"
 #include "tests/receiver_fuzz/random_stream.h"
+#include "tests/support/process.h"
+#include "tests/support/test_node.h"
 
 namespace {
 
 using fuzz::Bytes;
 using fuzz::Random;
+using vantrel::test::open_descriptors;
 
 constexpr unsigned kDemuxes = 2;
 constexpr unsigned kCallers = 4;
@@ -319,11 +320,6 @@ void block_until(const std::atomic<bool>& stop, Pool& pool, unsigned seed) {
   }
 }
 
-std::size_t open_descriptors() {
-  const std::filesystem::directory_iterator list("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(list), end(list)));
-}
-
 void set_flushing_everywhere(int flushing) {
   for (unsigned demux = 0; demux < kDemuxes; ++demux) {
     for (const dmx_input input : {DMX_IN_FRONTEND, DMX_IN_DVR})
@@ -364,9 +360,9 @@ void expect_works(unsigned demux) {
   stream::Multiplex mux;
   const Bytes packets = mux.sections(0x10, {stream::section(0x42, 1, 100)});
   for (const dmx_input input : {DMX_IN_FRONTEND, DMX_IN_DVR}) {
-    const fuzz::FuzzNode node("qel_demux" + std::to_string(demux));
-    ASSERT_GE(node.fd(), 0);
-    ASSERT_EQ(node.section(0x10, {}, 0), 0);
+    vantrel::test::TestNode node("qel_demux" + std::to_string(demux));
+    ASSERT_TRUE(node);
+    ASSERT_EQ(node.section(0x10), 0);
     EXPECT_EQ(qel_receiver_feed(demux, input, packets.data(), packets.size()), 0);
     EXPECT_EQ(node.read().size(), 100U);
   }
