@@ -97,7 +97,7 @@ Node::Node(int flags, const char* name)
 std::string Node::opened() const { return fd_ < 0 ? strerrorname_np(open_error_) : "ok"; }
 
 std::string Node::close() {
-  return fd_ < 0 ? "" : result(qel_device_close(nullptr, std::exchange(fd_, -1)));
+  return fd_ < 0 ? "" : result(qel_device_close(nullptr, fd_.exchange(-1)));
 }
 
 std::string Node::control(unsigned long request, void* argument) {

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 
 #include <array>
+#include <atomic>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -111,7 +112,7 @@ class Node {
   Bytes data;  // of the last read or drain
 
  private:
-  int fd_;
+  std::atomic<int> fd_;  // closed by one thread while another reads
   int open_error_;
 };
 

@@ -27,54 +27,39 @@ GstStaticPadTemplate any_sink =
 
 }  // namespace
 
-Decoder::Decoder()
-    : pad_(GST_PAD(gst_object_ref_sink(gst_pad_new_from_static_template(&any_sink, "sink")))) {
+Neighbour::Neighbour(GstPad* pad) : pad_(GST_PAD(gst_object_ref_sink(pad))) {
   gst_pad_set_element_private(pad_, this);
   gst_pad_set_event_function(pad_, on_event);
   gst_pad_set_active(pad_, TRUE);
 }
 
-Decoder::~Decoder() {
-  unlink();
+Neighbour::~Neighbour() {
   gst_pad_set_active(pad_, FALSE);
   gst_object_unref(pad_);
 }
 
-bool Decoder::link(GstElement* element, const char* name) {
-  g_autoptr(GstPad) source = gst_element_get_static_pad(element, name);
-  return source != nullptr && GST_PAD_LINK_SUCCESSFUL(gst_pad_link(source, pad_));
-}
-
-void Decoder::unlink() {
-  g_autoptr(GstPad) source = gst_pad_get_peer(pad_);
-  if (source != nullptr) gst_pad_unlink(source, pad_);
-}
-
-std::vector<std::string> Decoder::take() {
+std::vector<std::string> Neighbour::take() {
   std::lock_guard lock(mutex_);
   return std::exchange(events_, {});
 }
 
-bool Decoder::send(GstEvent* event) { return gst_pad_push_event(pad_, event); }
+bool Neighbour::send(GstEvent* event) { return gst_pad_push_event(pad_, event); }
 
-bool Decoder::send_custom(const char* structure) {
-  return send(custom_event(GST_EVENT_CUSTOM_UPSTREAM, structure));
-}
-
-void Decoder::listen(std::function<void(const std::string&)> listener) {
+void Neighbour::listen(std::function<void(const std::string&)> listener) {
   std::lock_guard lock(mutex_);
   listener_ = std::move(listener);
 }
 
-void Decoder::answer(std::function<gboolean(GstEvent*)> function) {
+void Neighbour::answer(std::function<gboolean(GstEvent*)> function) {
   std::lock_guard lock(mutex_);
   answer_ = std::move(function);
 }
 
-gboolean Decoder::on_event(GstPad* pad, GstObject*, GstEvent* event) {
-  auto* self = static_cast<Decoder*>(gst_pad_get_element_private(pad));
+gboolean Neighbour::on_event(GstPad* pad, GstObject*, GstEvent* event) {
+  auto* self = static_cast<Neighbour*>(gst_pad_get_element_private(pad));
   std::function<gboolean(GstEvent*)> answer;
-  {
+  // Sent by the framework when pads are linked.
+  if (GST_EVENT_TYPE(event) != GST_EVENT_RECONFIGURE) {
     std::lock_guard lock(self->mutex_);
     self->events_.push_back(text_of(event));
     if (self->listener_) self->listener_(self->events_.back());
@@ -85,35 +70,38 @@ gboolean Decoder::on_event(GstPad* pad, GstObject*, GstEvent* event) {
   return result;
 }
 
-Upstream::Upstream(GstElement* element)
-    : pad_(GST_PAD(gst_object_ref_sink(gst_pad_new("src", GST_PAD_SRC)))) {
-  gst_pad_set_element_private(pad_, this);
-  gst_pad_set_event_function(pad_, on_event);
-  gst_pad_set_active(pad_, TRUE);
+Decoder::Decoder() : Neighbour(gst_pad_new_from_static_template(&any_sink, "sink")) {}
+
+bool Decoder::link(GstElement* element, const char* name) {
+  g_autoptr(GstPad) source = gst_element_get_static_pad(element, name);
+  return source != nullptr && GST_PAD_LINK_SUCCESSFUL(gst_pad_link(source, pad()));
+}
+
+void Decoder::unlink() {
+  g_autoptr(GstPad) source = gst_pad_get_peer(pad());
+  if (source != nullptr) gst_pad_unlink(source, pad());
+}
+
+bool Decoder::send_custom(const char* structure) {
+  return send(custom_event(GST_EVENT_CUSTOM_UPSTREAM, structure));
+}
+
+Upstream::Upstream(GstElement* element) : Neighbour(gst_pad_new("src", GST_PAD_SRC)) {
   g_autoptr(GstPad) sink = gst_element_get_static_pad(element, "sink");
-  EXPECT_TRUE(GST_PAD_LINK_SUCCESSFUL(gst_pad_link(pad_, sink)));
+  EXPECT_TRUE(GST_PAD_LINK_SUCCESSFUL(gst_pad_link(pad(), sink)));
 }
 
 Upstream::~Upstream() {
-  g_autoptr(GstPad) sink = gst_pad_get_peer(pad_);
-  if (sink != nullptr) gst_pad_unlink(pad_, sink);
-  gst_pad_set_active(pad_, FALSE);
-  gst_object_unref(pad_);
+  g_autoptr(GstPad) sink = gst_pad_get_peer(pad());
+  if (sink != nullptr) gst_pad_unlink(pad(), sink);
 }
-
-std::vector<std::string> Upstream::take() {
-  std::lock_guard lock(mutex_);
-  return std::exchange(events_, {});
-}
-
-bool Upstream::send(GstEvent* event) { return gst_pad_push_event(pad_, event); }
 
 bool Upstream::announce(const char* structure) {
   return send(custom_event(GST_EVENT_CUSTOM_DOWNSTREAM_OOB, structure));
 }
 
 GstFlowReturn Upstream::push(const std::string& bytes) {
-  return gst_pad_push(pad_, gst_buffer_new_memdup(bytes.data(), bytes.size()));
+  return gst_pad_push(pad(), gst_buffer_new_memdup(bytes.data(), bytes.size()));
 }
 
 void Upstream::start_of_stream() {
@@ -123,23 +111,6 @@ void Upstream::start_of_stream() {
   GstSegment segment;
   gst_segment_init(&segment, GST_FORMAT_BYTES);
   EXPECT_TRUE(send(gst_event_new_segment(&segment)));
-}
-
-void Upstream::listen(std::function<void(const std::string&)> listener) {
-  std::lock_guard lock(mutex_);
-  listener_ = std::move(listener);
-}
-
-gboolean Upstream::on_event(GstPad* pad, GstObject*, GstEvent* event) {
-  auto* self = static_cast<Upstream*>(gst_pad_get_element_private(pad));
-  // Sent by the framework when pads are linked.
-  if (GST_EVENT_TYPE(event) != GST_EVENT_RECONFIGURE) {
-    std::lock_guard lock(self->mutex_);
-    self->events_.push_back(text_of(event));
-    if (self->listener_) self->listener_(self->events_.back());
-  }
-  gst_event_unref(event);
-  return TRUE;
 }
 
 }  // namespace vantrel::testing

@@ -4,27 +4,14 @@
 #include <gtest/gtest.h>
 #include <qel/receiver.h>
 #include <qel/trace.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <future>
 #include <regex>
-#include <thread>
 
 #include "plugin/gstvantrel.h"
 
 namespace vantrel::testing {
-
-bool eventually(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
 
 void within_limit(const std::function<void()>& body) {
   auto done = std::async(std::launch::async, body);
@@ -37,24 +24,30 @@ void within_limit(const std::function<void()>& body) {
 
 // Trace
 
-std::string without_numbers(const std::string& line) {
+std::string call_of(const std::string& trace_line) {
   static const std::regex kHead(R"(^\s*[0-9.]+ [0-9]+ )");
-  static const std::regex kNode(R"(-?[0-9]+<)");
-  static const std::regex kOpened(R"(^(open\(.*\) = )[0-9]+$)");
-  static const std::regex kClosed(R"(^(close\(.*, )[0-9]+\))");
-  std::string text = std::regex_replace(line, kHead, "");
-  text = std::regex_replace(text, kNode, "<");
-  text = std::regex_replace(text, kOpened, "$1fd");
-  return std::regex_replace(text, kClosed, "$1fd)");
+  return std::regex_replace(trace_line, kHead, "");
 }
 
 Trace::Trace(bool reads) { qel_trace_set_callback(on_line, this, reads); }
 Trace::~Trace() { qel_trace_set_callback(nullptr, nullptr, 0); }
 
 void Trace::on_line(const char* line, void* self) {
+  static const std::regex kNode(R"(^(ioctl\(|read\(|open.* = |close.*, )([0-9]+)(.*)$)");
   auto* trace = static_cast<Trace*>(self);
+  std::string call = call_of(line);
   std::lock_guard lock(trace->mutex_);
-  trace->lines_.push_back(without_numbers(line));
+  if (std::smatch match; std::regex_match(call, match, kNode)) {
+    std::string& number = trace->numbers_[match[2]];
+    if (number.empty()) number = "#" + std::to_string(trace->numbers_.size());
+    call = match[1].str() + number + match[3].str();
+  }
+  trace->lines_.push_back(std::move(call));
+}
+
+void Trace::note(const std::string& line) {
+  std::lock_guard lock(mutex_);
+  lines_.push_back(line);
 }
 
 std::vector<std::string> Trace::take() {
@@ -233,24 +226,6 @@ void Element::feed(const std::string& packets) {
   EXPECT_EQ(qel_receiver_feed(demux_id, front_end ? DMX_IN_FRONTEND : DMX_IN_DVR, packets.data(),
                               packets.size()),
             0);
-}
-
-// Resources
-
-std::size_t open_descriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
-std::size_t resident_bytes() {
-#if defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
-  return 0;
-#endif
-  std::ifstream file("/proc/self/statm");
-  std::size_t size = 0;
-  std::size_t resident = 0;
-  file >> size >> resident;
-  return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 int open_nodes(unsigned demux) {

@@ -5,10 +5,10 @@
 #include <qel/dmx.h>
 #include <qel/log.h>
 
-#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <list>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -16,26 +16,31 @@
 #include <vector>
 
 #include "instance/instance.h"
+#include "tests/support/process.h"
 
 /// What the element's tests share: an element with the real platform beneath,
 /// and ears on its trace, its log and its signals.
 namespace vantrel::testing {
 
-/// Longest wait for something that is bound to happen.
-constexpr std::chrono::seconds kPatience{20};
-
-/// Waits until `condition` holds; false after kPatience.
-bool eventually(const std::function<bool()>& condition);
-
-/// A line of the trace without time, thread and descriptor numbers.
-std::string without_numbers(const std::string& trace_line);
+using test::eventually;
+using test::kPatience;
+using test::open_descriptors;
+using test::resident_bytes;
 
 /// Runs `body` on a thread of its own and ends the program where it does not
 /// come back: a deadlock is to fail, not to hang.
 void within_limit(const std::function<void()>& body);
 
-/// Records the calls on nodes, without time, thread and descriptor numbers:
-/// `ioctl(<qel_demux0>, KWRX_DMX_STOP) = 0`. One at a time.
+/// A line of the trace without time and thread.
+std::string call_of(const std::string& trace_line);
+
+/// Records calls on nodes, and what the test notes, in the one order in which they
+/// came. Nodes are numbered as they appear, so that it is seen which one is meant:
+///
+///     open("qel_demux0", 0x800) = #1
+///     ioctl(#1<qel_demux0>, KWRX_DMX_STOP) = 0
+///
+/// One at a time.
 class Trace {
  public:
   explicit Trace(bool reads = false);
@@ -43,15 +48,18 @@ class Trace {
   Trace(const Trace&) = delete;
   Trace& operator=(const Trace&) = delete;
 
+  void note(const std::string& line);
+  /// Lines since the last take.
   std::vector<std::string> take();
-  /// Those of the lines since the last take that contain `part`.
+  /// Those of them that contain `part`.
   std::vector<std::string> take(const std::string& part);
 
  private:
   static void on_line(const char* line, void* self);
 
-  std::mutex mutex_;
-  std::vector<std::string> lines_;  // guarded by mutex_
+  std::mutex mutex_;  // guards the fields below
+  std::vector<std::string> lines_;
+  std::map<std::string, std::string> numbers_;  // by descriptor
 };
 
 /// Records log lines as "priority message", the prefix with the function and
@@ -161,11 +169,6 @@ class Element {
   std::list<std::string> patterns_;  // what filters borrow
 };
 
-/// Descriptors this process has open.
-std::size_t open_descriptors();
-/// Resident memory of this process in bytes; always 0 under the address and the
-/// thread sanitizer, which keep their own books in it.
-std::size_t resident_bytes();
 /// Open nodes of a demux.
 int open_nodes(unsigned demux);
 

@@ -75,55 +75,6 @@ TEST(Locks, NamingADecoderDoesNotUndoAZap) {
   });
 }
 
-TEST(Locks, ADecoderMayAnswerAnEventFromWithinIt) {
-  within_limit([] {
-    Element element(DMX_TYPE_PVR_PLAYBACK);
-    Upstream upstream(element.get());
-    element.set("videodec-device", "vdec0");
-    element.set("pids", "video:1:3/audio:2:9");
-    element.go(GST_STATE_PLAYING);
-    Decoder video;
-    int answers = 0;
-    video.answer([&](GstEvent* event) -> gboolean {
-      if (GST_EVENT_TYPE(event) != GST_EVENT_CUSTOM_DOWNSTREAM_OOB) return TRUE;
-      answers++;
-      video.send_custom("x, dmx-stop=(boolean)true;");
-      video.send(seek());
-      element.set("apid", 5U);
-      return TRUE;
-    });
-    EXPECT_TRUE(video.link(element.get(), "video-src"));
-    element.set("video-codec-type", 1);
-    EXPECT_EQ(answers, 2);
-  });
-}
-
-TEST(Locks, ADecoderMayAnswerFromAnotherThreadAndWait) {
-  within_limit([] {
-    Element element(DMX_TYPE_PVR_PLAYBACK);
-    Upstream upstream(element.get());
-    element.set("videodec-device", "vdec0");
-    element.set("pids", "video:1:3/video-sub:4:4/audio:2:9");
-    element.go(GST_STATE_PLAYING);
-    Decoder video;
-    video.answer([&](GstEvent* event) -> gboolean {
-      if (GST_EVENT_TYPE(event) != GST_EVENT_CUSTOM_DOWNSTREAM_OOB) return TRUE;
-      std::thread([&] {
-        video.send_custom("x, dmx-stop=(boolean)false;");
-        video.send(seek());
-      }).join();
-      return TRUE;
-    });
-    EXPECT_TRUE(video.link(element.get(), "video-src"));
-    element.set("video-codec-type", 1);
-    element.set("vpid-sub", 6U);
-    element.set("vpid-sub-stop", TRUE);
-    element.go(GST_STATE_READY);
-    element.set("pids", "video:1:3/video-sub:4:4");
-    element.go(GST_STATE_PLAYING);
-  });
-}
-
 /// The event of the start among others: a thread that zaps must not have to wait
 /// for the decoder that waits for it.
 TEST(Locks, ADecoderMayWaitForAZapDuringTheStart) {
@@ -204,24 +155,6 @@ TEST(Locks, ABlockedPadDoesNotHoldTheWayDown) {
     std::jthread pusher([&] { element.set("videodec-device-sub", "vdec1"); });
     std::jthread changer([&] { element.set("vpid-sub", 3U); });
     element.go(GST_STATE_NULL);
-  });
-}
-
-TEST(Locks, PadHandlersMayWriteProperties) {
-  within_limit([] {
-    Element element(DMX_TYPE_LIVE);
-    const auto handler = +[](GstElement* source, GstPad*, gpointer count) {
-      if ((*static_cast<int*>(count))++ > 5) return;
-      g_object_set(source, "apid", 9U, "sub-pid", -1, "vpid", 8U, "ttx-pid", 7, nullptr);
-    };
-    int calls = 0;
-    g_signal_connect(element.get(), "pad-added", G_CALLBACK(handler), &calls);
-    g_signal_connect(element.get(), "pad-removed", G_CALLBACK(handler), &calls);
-    element.set("pids", "subtitle:1:29/video:2:3");
-    element.go(GST_STATE_PLAYING);
-    element.set("sub-pid", 4);
-    element.set("sub-pid", -1);
-    EXPECT_GT(calls, 2);
   });
 }
 

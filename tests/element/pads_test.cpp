@@ -68,48 +68,6 @@ TEST(Pads, AreMadeForAllStreamsThoughHandlersAddAndRemoveSome) {
   EXPECT_EQ(open_nodes(0), 3);
 }
 
-TEST(Pads, OfTheRecorderAreAnnouncedInEveryRun) {
-  Element element(DMX_TYPE_DTV_RECORD);
-  Upstream upstream(element.get());
-  element.go(GST_STATE_PAUSED);
-  Decoder recorder;
-  ASSERT_TRUE(recorder.link(element.get(), "spts_src"));
-  element.go(GST_STATE_READY);
-  recorder.take();
-  element.go(GST_STATE_PAUSED);
-  EXPECT_EQ(current_caps(element.get(), "spts_src"), "video/mpegts");
-  EXPECT_EQ(recorder.take(), (Lines{"stream-start", "caps"}));
-  upstream.send(gst_event_new_stream_start("next"));
-  EXPECT_EQ(recorder.take(), Lines{"stream-start"});
-}
-
-/// A decoder that links in "pad-added", one that links later, and one that
-/// links while the element plays all get the same.
-TEST(Pads, TellLateDecodersWhatTheyMissed) {
-  Element element(DMX_TYPE_LIVE);
-  Upstream upstream(element.get());
-  Decoder early;
-  Decoder late;
-  g_signal_connect(element.get(), "pad-added",
-                   G_CALLBACK(+[](GstElement* source, GstPad* pad, gpointer decoder) {
-                     if (!g_str_equal(GST_PAD_NAME(pad), "video-src")) return;
-                     EXPECT_TRUE(static_cast<Decoder*>(decoder)->link(source, "video-src"));
-                   }),
-                   &early);
-  element.set("pids", "video:1:3/audio:2:9");
-  element.go(GST_STATE_PLAYING);
-  EXPECT_TRUE(late.link(element.get(), "audio-src"));
-  EXPECT_EQ(early.take(), (Lines{"stream-start", "caps"}));
-  EXPECT_EQ(late.take(), (Lines{"stream-start", "caps"}));
-  upstream.start_of_stream();
-  EXPECT_EQ(early.take(), (Lines{"stream-start", "segment"}));
-  EXPECT_EQ(late.take(), (Lines{"stream-start", "segment"}));
-  Decoder subtitle;
-  element.set("sub-pid", 3);
-  EXPECT_TRUE(subtitle.link(element.get(), "subtitle-src"));
-  EXPECT_EQ(subtitle.take(), (Lines{"stream-start", "caps", "segment"}));
-}
-
 TEST(Pads, AreUsedAgainByTheNextStarts) {
   Element element(DMX_TYPE_LIVE);
   element.set("videodec-device", "vdec0");
@@ -136,22 +94,6 @@ TEST(Pads, AreUsedAgainByTheNextStarts) {
     element.go(GST_STATE_READY);
     EXPECT_EQ(open_nodes(0), 0);
   }
-}
-
-TEST(Pads, OfARemovedStreamGoAndComeBackUnderTheirName) {
-  Element element(DMX_TYPE_LIVE);
-  element.set("ad-pid", 9U);
-  element.set("sub-pid", 10);
-  element.go(GST_STATE_PLAYING);
-  Decoder decoder;
-  EXPECT_TRUE(decoder.link(element.get(), "audio-description-src"));
-  element.set("ad-mode", FALSE);
-  EXPECT_FALSE(gst_pad_is_linked(decoder.pad()));
-  EXPECT_EQ(current_caps(element.get(), "audio-description-src"), "no pad");
-  element.set("ad-pid", 9U);
-  EXPECT_EQ(current_caps(element.get(), "audio-description-src"), "audio/x-ac3");
-  element.set("sub-pid", -1);
-  EXPECT_EQ(current_caps(element.get(), "subtitle-src"), "no pad");
 }
 
 TEST(Pads, OfAFirstVideoThatGoesAreLostByTheSecond) {

@@ -140,28 +140,6 @@ TEST(PesReader, EndsItsPassAtAStreamWithoutANode) {
   EXPECT_TRUE(element.wait_for(1));
 }
 
-TEST(PesHandler, MayChangeAndRemoveStreams) {
-  Element element;
-  element.set("sub-pid", 0x21);
-  element.go(GST_STATE_PLAYING);
-  std::promise<void> removed;
-  element.on_delivery([&](const Delivery&) {
-    element.set("apid", 5U);
-    element.set("sub-pid", -1);
-    removed.set_value();
-  });
-  Subtitles subtitle(0x21);
-  element.feed(subtitle.next(10));
-  removed.get_future().wait();
-  EXPECT_TRUE(eventually([] { return open_nodes(0) == 1; }));
-  element.on_delivery(nullptr);
-  element.set("sub-pid", 0x21);
-  Subtitles again(0x21);
-  again.multiplex = subtitle.multiplex;
-  element.feed(again.next(20));
-  EXPECT_TRUE(element.wait_for(2));
-}
-
 TEST(PesReader, EndsThoughItsNodeNeverRunsDry) {
   within_limit([] {
     Element element(DMX_TYPE_LIVE);

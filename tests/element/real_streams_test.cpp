@@ -1,13 +1,10 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <qel/device.h>
 
 #include <algorithm>
-#include <thread>
 
 #include "tests/element/harness.h"
+#include "tests/support/test_node.h"
 #include "tests/support/ts_reader.h"
 
 /// Captured streams, played from the file to the application's signals and to a
@@ -104,44 +101,6 @@ class Player {
 
  private:
   GstElement* pipeline_;
-};
-
-/// Reads a decoder's port to its end of file.
-class PortReader {
- public:
-  explicit PortReader(const char* port)
-      : port_(port), fd_(qel_device_open(port, O_RDONLY | O_NONBLOCK)) {
-    EXPECT_GE(fd_, 0);
-    thread_ = std::jthread([this] { run(); });
-  }
-  ~PortReader() { join(); }
-  PortReader(const PortReader&) = delete;
-  PortReader& operator=(const PortReader&) = delete;
-
-  const std::string& join() {
-    if (thread_.joinable()) {
-      thread_.join();
-      qel_device_close(port_, fd_);
-    }
-    return bytes_;
-  }
-
- private:
-  void run() {
-    std::vector<char> buffer(65536);
-    while (true) {
-      pollfd entry{.fd = fd_, .events = POLLIN, .revents = 0};
-      if (poll(&entry, 1, static_cast<int>(3000 * kPatience.count())) <= 0) return;
-      const ssize_t count = qel_device_read(fd_, buffer.data(), buffer.size());
-      if (count == 0) return;
-      if (count > 0) bytes_.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-  }
-
-  const char* port_;
-  int fd_;
-  std::string bytes_;  // the thread's until it is joined
-  std::jthread thread_;
 };
 
 std::vector<std::string> delivered(Element& element, guint pid, gpointer handle) {
@@ -247,11 +206,17 @@ TEST_F(RealStream, ReachesTheVideoDecoderWhole) {
     Player player(stream::captured(row.file));
     const std::string entry = std::to_string(row.pid) + ":" + std::to_string(row.codec);
     player.element.set("pids", ("video:" + entry).c_str());
-    PortReader reader("vdec0");
+    test::TestNode port("vdec0", O_RDONLY);
+    std::string received;
+    test::Background reader([&] {
+      received = stream::text(port.read_all());
+      return port.last;
+    });
     player.pause();
     player.element.set("videodec-device", "vdec0");
     player.play();
-    EXPECT_TRUE(reader.join() == expected);
+    EXPECT_EQ(reader.result(), 0);
+    EXPECT_TRUE(received == expected);
   }
 }
 

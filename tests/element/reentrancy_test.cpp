@@ -233,10 +233,7 @@ const Place kPlaces[] = {
      [](Scene& s) {
        for (Decoder* decoder : {&s.video, &s.audio, &s.description}) decoder->unlink();
        s.in_sync_handler(GST_MESSAGE_EOS);
-       s.upstream.send(gst_event_new_stream_start("test"));
-       GstSegment segment;
-       gst_segment_init(&segment, GST_FORMAT_BYTES);
-       s.upstream.send(gst_event_new_segment(&segment));
+       s.upstream.start_of_stream();
        s.upstream.send(gst_event_new_eos());
      },
      true},
@@ -281,6 +278,18 @@ const Call kCalls[] = {
        s.element.set("ttx-pid", 13);
        EXPECT_NE(s.element.get_string("pids").find("video:11/audio:12/"), std::string::npos);
        s.element.set("ttx-pid", -1);
+     },
+     no_more},
+    {"events upstream, of this thread and of another",
+     [](Scene& s, const Place&) {
+       const auto send = [&s] {
+         s.video.send_custom("x, dmx-stop=(boolean)true;");
+         s.video.send_custom("x, dmx-stop=(boolean)false;");
+         s.video.send(gst_event_new_seek(1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
+                                         GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, 0));
+       };
+       send();
+       std::thread(send).join();
      },
      no_more},
     {"link and unlink",

@@ -9,18 +9,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-std::string packets(stream::Multiplex& multiplex, guint pid,
-                    const std::vector<stream::Bytes>& sections) {
-  const stream::Bytes bytes = multiplex.sections(pid, sections);
-  return {bytes.begin(), bytes.end()};
-}
-
-std::string bytes_of(std::initializer_list<int> values) {
-  std::string bytes;
-  for (const int value : values) bytes.push_back(static_cast<char>(value));
-  return bytes;
-}
-
 /// 16 bytes as the trace prints them.
 std::string hex(const std::string& prefix) { return prefix + std::string(32 - prefix.size(), '0'); }
 
@@ -34,7 +22,7 @@ struct RequestCase {
 };
 
 TEST(SectionRequest, CarriesTableIdExtensionAndPatternInTheirPlaces) {
-  const std::string fifteen = bytes_of({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15});
+  const std::string fifteen = stream::text(stream::counting(15, 1));
   const RequestCase cases[] = {
       {"table id", [](Element& e) { return e.add(18, 0x4E); }, "4e", "ff", "", 4},
       {"CRC", [](Element& e) { return e.add(18, 0x4E, false, true); }, "4e", "ff", "", 5},
@@ -62,16 +50,16 @@ TEST(SectionRequest, CarriesTableIdExtensionAndPatternInTheirPlaces) {
     gpointer handle = row.add(element);
     EXPECT_NE(handle, nullptr);
     EXPECT_EQ(trace.take(),
-              (Lines{"open(\"qel_demux3\", 0x802) = fd",
-                     "ioctl(<qel_demux3>, KWRX_DMX_SET_SOURCE, [0]) = 0",
-                     "ioctl(<qel_demux3>, KWRX_DMX_SET_BUFFER_SIZE, 65536) = 0",
-                     "ioctl(<qel_demux3>, KWRX_DMX_SET_FILTER, {pid=18, filter=" + hex(row.filter) +
-                         ", mask=" + hex(row.mask) + ", mode=" + hex(row.mode) +
+              (Lines{"open(\"qel_demux3\", 0x802) = #1",
+                     "ioctl(#1<qel_demux3>, KWRX_DMX_SET_SOURCE, [0]) = 0",
+                     "ioctl(#1<qel_demux3>, KWRX_DMX_SET_BUFFER_SIZE, 65536) = 0",
+                     "ioctl(#1<qel_demux3>, KWRX_DMX_SET_FILTER, {pid=18, filter=" +
+                         hex(row.filter) + ", mask=" + hex(row.mask) + ", mode=" + hex(row.mode) +
                          ", timeout=0, flags=" + std::to_string(row.flags) + "}) = 0"}));
     element.remove(handle);
     EXPECT_EQ(trace.take(),
               (Lines{"prctl(666, \"[BEGIN]PER_gstvantrel::gst_vantrel_remove_filter\", 48)",
-                     "ioctl(<qel_demux3>, KWRX_DMX_STOP) = 0", "close(\"qel_demux3\", fd) = 0",
+                     "ioctl(#1<qel_demux3>, KWRX_DMX_STOP) = 0", "close(\"qel_demux3\", #1) = 0",
                      "prctl(666, \"[END]PER_gstvantrel::gst_vantrel_remove_filter\", 46)"}));
   }
 }
@@ -175,7 +163,7 @@ TEST(SectionRegistry, QueuesThe97thAndPromotesInOrder) {
   EXPECT_NE(started[0].find("pid=196,"), std::string::npos);
   EXPECT_NE(started[1].find("pid=197,"), std::string::npos);
   stream::Multiplex multiplex;
-  element.feed(packets(multiplex, 197, {stream::section(0x42, 1, 30)}));
+  element.feed(stream::text(multiplex.sections(197, {stream::section(0x42, 1, 30)})));
   EXPECT_TRUE(element.wait_for(1));
   EXPECT_EQ(element.deliveries()[0].handle, handles[97]);
 }
@@ -224,7 +212,7 @@ TEST(SectionRegistry, WorksThroughPropertiesToo) {
   EXPECT_NE(requests[0].find("filter=" + hex("420007")), std::string::npos);
   EXPECT_NE(requests[1].find("filter=" + hex("00")), std::string::npos);
   stream::Multiplex multiplex;
-  element.feed(packets(multiplex, 17, {stream::section(0x42, 7, 30)}));
+  element.feed(stream::text(multiplex.sections(17, {stream::section(0x42, 7, 30)})));
   ASSERT_TRUE(element.wait_for(1));
   element.set("sec-handler", element.deliveries()[0].handle);
   element.set("section-filtering", FALSE);

@@ -195,31 +195,6 @@ TEST(SectionReader, AtItsEndStopsAndFreesEveryFilter) {
   EXPECT_EQ(cleared, 97);  // the waiting one was started, and cleared in its turn
 }
 
-TEST(SectionHandler, MayAddAndRemoveFiltersItsOwnIncluded) {
-  Element element;
-  gpointer own = element.add(kPid, 0x42);
-  gpointer neighbour = element.add(kPid, 0x42);
-  std::atomic<int> calls{0};
-  std::promise<void> done;
-  element.on_delivery([&](const Delivery& delivery) {
-    if (calls++ != 0) return;
-    element.remove(own);
-    element.remove(neighbour);
-    element.remove(delivery.handle);
-    element.set("apid", 77U);
-    EXPECT_NE(element.add(kPid, 0x42, false, false, 2), nullptr);
-    done.set_value();
-  });
-  element.go(GST_STATE_PLAYING);
-  Carousel carousel(2);
-  element.feed(carousel.turn(1));
-  done.get_future().wait();
-  EXPECT_EQ(open_nodes(0), 2);  // the new filter and the audio
-  element.feed(carousel.turn());
-  ASSERT_TRUE(element.wait_for(2));
-  EXPECT_TRUE(element.deliveries()[1].bytes == carousel.sections[1]);
-}
-
 TEST(SectionHandler, LeavesNothingBehindOfTheFiltersItReplaces) {
   if (resident_bytes() == 0) GTEST_SKIP() << "a sanitizer keeps the books";
   Element element;
@@ -271,39 +246,6 @@ TEST(SectionHandler, IsNotCalledOnceRemovalHasReturned) {
   EXPECT_EQ(element.delivered(), 1U);
   EXPECT_EQ(
       log.count("[1]section reading interrupt sec_filter_wait_flag: 1, start_pesdata_flag: 1"), 1);
-}
-
-TEST(SectionHandler, CannotTakeTheElementDown) {
-  Element element;
-  element.add(kPid, 0x42);
-  std::promise<GstStateChangeReturn> answer;
-  element.on_delivery([&](const Delivery&) {
-    answer.set_value(gst_element_set_state(element.get(), GST_STATE_NULL));
-  });
-  element.go(GST_STATE_PLAYING);
-  element.feed(Carousel(1).turn());
-  EXPECT_EQ(answer.get_future().get(), GST_STATE_CHANGE_FAILURE);
-  element.on_delivery(nullptr);
-  element.go(GST_STATE_NULL);
-}
-
-TEST(SectionHandler, ThatBlocksHoldsTeardownAndNothingElse) {
-  Element element;
-  element.add(kPid, 0x42);
-  std::promise<void> entered;
-  std::promise<void> leave;
-  element.on_delivery([&](const Delivery&) {
-    entered.set_value();
-    leave.get_future().wait();
-  });
-  element.go(GST_STATE_PLAYING);
-  element.feed(Carousel(1).turn());
-  entered.get_future().wait();
-  auto down = std::async(std::launch::async, [&] { element.go(GST_STATE_NULL); });
-  EXPECT_NE(element.add(kPid + 1, 0x42), nullptr);
-  leave.set_value();
-  down.get();
-  EXPECT_EQ(element.delivered(), 1U);
 }
 
 TEST(SectionReader, EndsThoughItsNodeNeverRunsDry) {

@@ -84,10 +84,7 @@ void start_and_end(const Shortage& row, GstState state) {
   }
   const std::string packets = stream_for_all();
   auto push = std::async(std::launch::async, [&] {
-    upstream.send(gst_event_new_stream_start("test"));
-    GstSegment segment;
-    gst_segment_init(&segment, GST_FORMAT_BYTES);
-    upstream.send(gst_event_new_segment(&segment));
+    upstream.start_of_stream();
     return upstream.push(packets);
   });
   // A full node that nobody reads holds the feed, and no longer than this.
@@ -129,10 +126,7 @@ TEST(Shortage, OfReadersOfARecordingHoldsNothingForGood) {
       const int record = open ? qel_device_open("qel_dvr0", O_RDONLY | O_NONBLOCK) : -1;
       element.set("vpid", kShortSubtitles);
       element.go(GST_STATE_PLAYING);
-      upstream.send(gst_event_new_stream_start("test"));
-      GstSegment segment;
-      gst_segment_init(&segment, GST_FORMAT_BYTES);
-      upstream.send(gst_event_new_segment(&segment));
+      upstream.start_of_stream();
       const std::string packets = stream_for_all();
       auto push = std::async(std::launch::async, [&] {
         GstFlowReturn flow = GST_FLOW_OK;

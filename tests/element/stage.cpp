@@ -65,6 +65,16 @@ std::string pad_names(GstElement* element) {
   return names;
 }
 
+/// A line of the trace without time, thread and descriptor numbers.
+std::string without_numbers(const std::string& line) {
+  static const std::regex kNode(R"(-?[0-9]+<)");
+  static const std::regex kOpened(R"(^(open\(.*\) = )[0-9]+$)");
+  static const std::regex kClosed(R"(^(close\(.*, )[0-9]+\))");
+  std::string text = std::regex_replace(call_of(line), kNode, "<");
+  text = std::regex_replace(text, kOpened, "$1fd");
+  return std::regex_replace(text, kClosed, "$1fd)");
+}
+
 /// Without addresses and descriptor numbers, line ends and quotes escaped.
 std::string printable(const std::string& message) {
   static const std::regex kAddress("0x[0-9a-f]{9,}");

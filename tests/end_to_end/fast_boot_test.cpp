@@ -4,7 +4,6 @@
 #include <qel/device.h>
 #include <qel/receiver.h>
 
-#include "tests/element/journal.h"
 #include "tests/end_to_end/scene.h"
 
 namespace vantrel::testing {
@@ -56,7 +55,7 @@ Outcome watch(bool handed_over) {
   }
   Element element(DMX_TYPE_LIVE);
   Upstream upstream(element.get());
-  Journal journal;
+  Trace journal;
   if (handed_over) {
     element.set("dmx-video-fd", fds[0]);
     element.set("dmx-audio-fd", fds[1]);

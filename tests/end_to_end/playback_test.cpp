@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <gtest/gtest.h>
 
-#include "tests/element/journal.h"
 #include "tests/end_to_end/scene.h"
 
 namespace vantrel::testing {
@@ -54,7 +53,7 @@ class Playback {
   static constexpr std::array kNames = {"video", "audio", "description"};
 
   std::array<Reader, 3> ports_ = {Reader("vdec0"), Reader("adec0"), Reader("adec1")};
-  Journal journal_;
+  Trace journal_;
   Upstream upstream_;
   std::array<Decoder, 3> decoders_;
 };

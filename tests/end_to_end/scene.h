@@ -6,6 +6,7 @@
 
 #include "tests/element/decoder.h"
 #include "tests/element/harness.h"
+#include "tests/support/test_node.h"
 #include "tests/support/ts_reader.h"
 
 namespace vantrel::testing {
@@ -20,19 +21,15 @@ inline constexpr guint kPat = 0, kEit = 0x12, kPmt = 0x20, kVideo = 0x100, kAudi
 /// A node that the test reads itself, as a recorder or a decoder would.
 class Reader {
  public:
-  explicit Reader(const char* node);
-  ~Reader();
-  Reader(const Reader&) = delete;
-  Reader& operator=(const Reader&) = delete;
+  explicit Reader(const char* node) : node_(node, O_RDONLY | O_NONBLOCK) {}
 
   /// All that waits.
-  std::string read();
+  std::string read() { return stream::text(node_.read_all()); }
   /// Whether the stream has ended: nothing waits, and nothing will.
-  bool at_end();
+  bool at_end() { return node_.read().empty() && node_.last == 0; }
 
  private:
-  const char* node_;
-  int fd_;
+  test::TestNode node_;
 };
 
 /// Gives the stream to `take` in pieces that no node is too small for.

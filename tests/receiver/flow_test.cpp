@@ -172,6 +172,23 @@ TEST_F(FlowTest, RequestsHangWhileAFeedWaits) {
   EXPECT_EQ(other.drain(), (Sizes{300, 500}));
 }
 
+TEST_F(FlowTest, RequestsStarveBesideABusyFeeder) {
+  // Long enough that requests come in the middle, whatever the machine.
+  Bytes data;
+  while (data.size() < 4 << 20) data += mux.packet(kFlowPid, stream::counting(184));
+  std::atomic<bool> stop{false};
+  Background feeder([&] {
+    while (!stop) feed(data);
+    return 0;
+  });
+  for (int i = 0; i < 2000; ++i) {
+    TestNode node("qel_demux0");
+    ASSERT_EQ(node.section(kFlowPid + 1), 0);
+  }
+  stop = true;
+  EXPECT_EQ(feeder.result(), 0);
+}
+
 TEST_F(FlowTest, NodeNobodyCanReadStopsTheFeedOrItsEnd) {
   constexpr unsigned kPesPid = 0x100;
   TestNode section("qel_demux0", O_WRONLY), tap("qel_demux0", O_WRONLY);
@@ -310,23 +327,23 @@ TEST_F(WakeTest, ReaderSleepsOnWhereNoThreadCouldWakeItLater) {
 }
 
 TEST_F(FlowTest, ReaderSleepsOnThatSharesANodeOrTookAPart) {
-  constexpr std::size_t kUnits = 200;
+  constexpr int kUnits = 200;
   TestNode tap("qel_demux0", O_RDWR);
   tap.pes(kFlowPid, DMX_OUT_TAP);
-  std::atomic<std::size_t> left{kUnits * 109};
+  std::atomic<ssize_t> left{kUnits * 109};
   const auto read_pieces = [&] {
     std::array<std::uint8_t, 50> piece;
     ssize_t size = 0;
     while ((size = qel_device_read(tap.fd(), piece.data(), piece.size())) > 0)
-      left -= static_cast<std::size_t>(size);
+      left -= size;
     return errno;
   };
   Background one(read_pieces), other(read_pieces);
-  for (std::size_t i = 0; i < kUnits; ++i) {
+  for (int i = 0; i < kUnits; ++i) {
     ASSERT_EQ(feed(mux.unit(kFlowPid, stream::pes(0xe0, 100))), 0);
   }
   for (int i = 0; i < 20000 && left > 0; ++i) std::this_thread::sleep_for(1ms);
-  EXPECT_EQ(left, 0U);
+  EXPECT_EQ(left, 0);
   tap.close();
   EXPECT_EQ(one.result(), EBADF);
   EXPECT_EQ(other.result(), EBADF);

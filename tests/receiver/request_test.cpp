@@ -101,6 +101,13 @@ TEST_F(RequestTest, BufferSizeIsTakenWhenItMustNotOrRefusedWhenItMay) {
   for (const SizeStep& step : kSizes) EXPECT_EQ(node.buffer(step.size), step.result) << step.name;
 }
 
+TEST_F(RequestTest, FilterThatWasRefusedCanBeStarted) {
+  TestNode node("qel_demux0");
+  EXPECT_EQ(node.pes(0x2000, DMX_OUT_TAP), 0);
+  EXPECT_EQ(node.pes(0x2001, DMX_OUT_TAP), -EINVAL);
+  EXPECT_EQ(node.control(KWRX_DMX_START), -EINVAL);
+}
+
 TEST_F(RequestTest, NodesRunOutTooEarlyOrNever) {
   std::vector<TestNode> nodes;
   for (int i = 0; i < QEL_RECEIVER_NODES; ++i) {
