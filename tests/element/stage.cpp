@@ -10,7 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <iomanip>
 #include <regex>
+#include <sstream>
 
 #include "plugin/gstvantrel.h"
 #include "plugin/lifecycle.h"
@@ -88,15 +91,27 @@ std::string printable(const std::string& message) {
 }  // namespace
 
 const std::map<std::string, Stage::Command> Stage::kCommands = {
-    {"new", &Stage::make},           {"release", &Stage::release},
-    {"state", &Stage::change_state}, {"link", &Stage::link},
-    {"refuse", &Stage::refuse},      {"upstream", &Stage::link_upstream},
-    {"announce", &Stage::announce},  {"hand-over", &Stage::hand_over},
-    {"fault", &Stage::set_fault},    {"lack", &Stage::lack},
-    {"unlink", &Stage::unlink},      {"occupy", &Stage::occupy},
-    {"send", &Stage::send},          {"seek", &Stage::seek},
-    {"lose", &Stage::lose_record},   {"describe", &Stage::describe},
-    {"show", &Stage::show},          {"register", &Stage::register_plugin},
+    {"new", &Stage::make},
+    {"release", &Stage::release},
+    {"state", &Stage::change_state},
+    {"link", &Stage::link},
+    {"refuse", &Stage::refuse},
+    {"upstream", &Stage::link_upstream},
+    {"announce", &Stage::announce},
+    {"hand-over", &Stage::hand_over},
+    {"fault", &Stage::set_fault},
+    {"lack", &Stage::lack},
+    {"unlink", &Stage::unlink},
+    {"occupy", &Stage::occupy},
+    {"send", &Stage::send},
+    {"seek", &Stage::seek},
+    {"lose", &Stage::lose_record},
+    {"describe", &Stage::describe},
+    {"show", &Stage::show},
+    {"register", &Stage::register_plugin},
+    {"add", &Stage::add_filter},
+    {"pattern", &Stage::add_pattern},
+    {"remove", &Stage::remove_filter},
 };
 
 Stage::Stage() {
@@ -182,6 +197,7 @@ void Stage::release(const std::string&) {
   upstream_.reset();
   for (auto& [index, record] : lost_) element_->streams[index] = std::move(record);
   lost_.clear();
+  filters_.clear();
   if (element_ != nullptr) {
     gst_element_set_state(as_element(element_), GST_STATE_NULL);
     gst_object_unref(std::exchange(element_, nullptr));
@@ -246,6 +262,47 @@ void Stage::announce(const std::string& structure) {
           ? upstream_->send(gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM_OOB, nullptr))
           : upstream_->announce(structure.c_str());
   write(taken ? "= TRUE" : "= FALSE");
+}
+
+void Stage::add_filter(const std::string& arguments) {
+  std::istringstream words(arguments);
+  guint pid = 0, table_id = 0, extension = 0, version = 0, crc = 0;
+  words >> std::setbase(0) >> pid >> table_id >> extension >> version >> crc;
+  gpointer handle = nullptr;
+  g_signal_emit_by_name(element_, "add-filter", pid, table_id, extension, nullptr, nullptr, 0U,
+                        version, crc, nullptr, &handle);
+  note_filter(handle);
+}
+
+void Stage::add_pattern(const std::string& arguments) {
+  std::istringstream words(arguments);
+  guint pid = 0;
+  words >> std::setbase(0) >> pid;
+  std::array<gpointer, 3> patterns{};
+  std::size_t size = 0;
+  for (gpointer& pattern : patterns) {
+    std::string digits;
+    words >> digits;
+    if (digits == "-") continue;
+    std::string& bytes = patterns_.emplace_back();
+    for (std::size_t at = 0; at < digits.size(); at += 2)
+      bytes.push_back(static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, 16)));
+    pattern = bytes.data();
+    size = bytes.size();
+  }
+  gpointer handle = nullptr;
+  g_signal_emit_by_name(element_, "add-filter", pid, 0U, 0U, patterns[1], patterns[0],
+                        static_cast<guint>(size), FALSE, FALSE, patterns[2], &handle);
+  note_filter(handle);
+}
+
+void Stage::note_filter(gpointer handle) {
+  filters_.push_back(handle);
+  write(handle == nullptr ? "= NULL" : "= ADDRESS");
+}
+
+void Stage::remove_filter(const std::string& number) {
+  g_signal_emit_by_name(element_, "remove-filter", filters_.at(std::stoul(number) - 1));
 }
 
 void Stage::hand_over(const std::string& property) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -31,6 +32,11 @@ std::vector<std::string> describe_class();
 ///     announce STRUCTURE        its out-of-band event
 ///     send PAD STRUCTURE        a decoder's custom event, or "latency"
 ///     seek PAD RATE             a decoder's seek
+///     add PID TABLE EXTENSION VERSION CRC
+///                               "add-filter" by table id, with checks or without
+///     pattern PID FILTER MASK MODE
+///                               the same by patterns in hexadecimal; "-" for none
+///     remove NUMBER             "remove-filter" of the first, second, ... of them
 ///     hand-over PROPERTY        opens a node and writes its descriptor
 ///     fault RULE, fault         one more rule for nodes; none
 ///     lack WHAT                 a thread's name, semaphores or descriptors: not to
@@ -72,6 +78,10 @@ class Stage {
   void send(const std::string& arguments);
   void seek(const std::string& arguments);
   std::function<void(const std::string&)> writer_of(const std::string& who);
+  void add_filter(const std::string& arguments);
+  void add_pattern(const std::string& arguments);
+  void note_filter(gpointer handle);
+  void remove_filter(const std::string& number);
   void hand_over(const std::string& property);
   void set_fault(const std::string& rule);
   void lack(const std::string& what);
@@ -99,6 +109,8 @@ class Stage {
   std::map<guint, StreamPtr> lost_;
   std::map<std::string, std::unique_ptr<Decoder>> decoders_;
   std::unique_ptr<Upstream> upstream_;
+  std::vector<gpointer> filters_;
+  std::list<std::string> patterns_;  // what filters borrow
 };
 
 }  // namespace vantrel::testing

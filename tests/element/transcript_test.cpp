@@ -166,6 +166,7 @@ TEST(Transcript, OfRegistrationAndLifecycle) { check_file("lifecycle.txt"); }
 TEST(Transcript, OfPids) { check_file("pids.txt"); }
 TEST(Transcript, OfOtherProperties) { check_file("properties.txt"); }
 TEST(Transcript, OfStreams) { check_file("streams.txt"); }
+TEST(Transcript, OfSectionFilters) { check_file("sections.txt"); }
 TEST(Transcript, OfEvents) { check_file("events.txt"); }
 
 }  // namespace

@@ -62,25 +62,6 @@ TEST_F(FlowTest, LiveOverflowLosesWhatWasWholeOrIsNotTold) {
   }
 }
 
-TEST_F(FlowTest, LosslessFeedDropsOrStopsShort) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
-  Bytes data;
-  for (int i = 0; i < 1000; ++i) data += sections_of({500});
-  Background feeder([&] { return feed(data); });
-  int count = 0;
-  while (count < 1000 && node.readable(20000)) {
-    for (const int size : node.drain()) {
-      ASSERT_EQ(size, 500);
-      ++count;
-    }
-  }
-  EXPECT_EQ(feeder.result(), 0);
-  EXPECT_EQ(count, 1000);
-  EXPECT_EQ(node_counters(node).dropped, 0U);
-}
-
 TEST_F(FlowTest, LosslessFeedWaitsForWhatNeverFits) {
   TestNode node("qel_demux0");
   node.buffer(1024);

@@ -123,21 +123,6 @@ TEST_F(PesTest, LiveOverflowLeavesHalfAPesPacket) {
   EXPECT_EQ(node_counters(tap).dropped, 2U);
 }
 
-TEST_F(PesTest, LosslessTapDropsWhatTheReaderWouldHaveMadeRoomFor) {
-  TestNode tap("qel_demux0");
-  tap.buffer(2000);
-  tap.pes(kPesPid, DMX_OUT_TAP);
-  Bytes data;
-  for (int i = 0; i < 200; ++i) data += mux.unit(kPesPid, pes(kAudio, 1500, i % 2));
-  data += mux.unit(kPesPid, pes(kAudio, 1500));
-  Background feeder([&] { return feed(data); });
-  for (int i = 0; i < 201; ++i) {
-    ASSERT_TRUE(tap.readable(20000)) << i;
-    ASSERT_EQ(tap.read().size(), 1509U) << i;
-  }
-  EXPECT_EQ(feeder.result(), 0);
-}
-
 TEST_F(PesTest, LosslessTapWaitsForAPesPacketThatNeverFits) {
   TestNode tap("qel_demux0");
   tap.buffer(2000);

@@ -30,6 +30,13 @@ TEST_F(SectionTest, SectionsOfAnySizeAndPackingComeOutWhole) {
   }
 }
 
+TEST_F(SectionTest, LongerSectionThanAllowedIsNotCounted) {
+  TestNode node("qel_demux0");
+  node.section(kSectionPid);
+  feed(mux.sections(kSectionPid, {short_section(0x50, 4097)}));
+  EXPECT_EQ(pid_counters(kSectionPid).section_errors, 1U);
+}
+
 struct DamageCase {
   const char* name;
   std::function<void(std::vector<Bytes>&)> damage;  // of the packets of a section of 500
