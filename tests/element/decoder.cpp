@@ -86,6 +86,11 @@ bool Decoder::send_custom(const char* structure) {
   return send(custom_event(GST_EVENT_CUSTOM_UPSTREAM, structure));
 }
 
+bool Decoder::seek(double rate) {
+  return send(gst_event_new_seek(rate, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET, 0,
+                                 GST_SEEK_TYPE_NONE, 0));
+}
+
 Upstream::Upstream(GstElement* element) : Neighbour(gst_pad_new("src", GST_PAD_SRC)) {
   g_autoptr(GstPad) sink = gst_element_get_static_pad(element, "sink");
   EXPECT_TRUE(GST_PAD_LINK_SUCCESSFUL(gst_pad_link(pad(), sink)));

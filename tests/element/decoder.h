@@ -54,6 +54,8 @@ class Decoder : public Neighbour {
   void unlink();
   /// Sends a custom event upstream, from a structure's text.
   bool send_custom(const char* structure);
+  /// Sends a seek to the beginning.
+  bool seek(double rate = 1.0);
 };
 
 /// An upstream neighbour on the sink pad.

@@ -6,21 +6,11 @@
 #include <qel/trace.h>
 
 #include <algorithm>
-#include <future>
 #include <regex>
 
 #include "plugin/gstvantrel.h"
 
 namespace vantrel::testing {
-
-void within_limit(const std::function<void()>& body) {
-  auto done = std::async(std::launch::async, body);
-  if (done.wait_for(3 * kPatience) != std::future_status::ready) {
-    ADD_FAILURE() << "deadlock";
-    std::abort();
-  }
-  done.get();
-}
 
 // Trace
 

@@ -23,13 +23,11 @@
 namespace vantrel::testing {
 
 using test::eventually;
+using test::expect_nothing_left_by;
 using test::kPatience;
 using test::open_descriptors;
 using test::resident_bytes;
-
-/// Runs `body` on a thread of its own and ends the program where it does not
-/// come back: a deadlock is to fail, not to hang.
-void within_limit(const std::function<void()>& body);
+using test::within_limit;
 
 /// A line of the trace without time and thread.
 std::string call_of(const std::string& trace_line);

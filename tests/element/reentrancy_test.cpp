@@ -113,10 +113,11 @@ std::string one_section() {
 
 /// A place, how to get there in a playing element, and whether the way down is
 /// open from there.
+using SceneStep = std::function<void(Scene&)>;
 struct Place {
   const char* name;
-  void (*prepare)(Scene&);  // before PLAYING
-  void (*reach)(Scene&);    // in PLAYING
+  SceneStep prepare;  // before PLAYING
+  SceneStep reach;    // in PLAYING
   bool may_go_down;
 };
 
@@ -125,6 +126,27 @@ void nothing(Scene&) {}
 template <GstMessageType kType>
 void in_sync_handler(Scene& scene) {
   scene.in_sync_handler(kType);
+}
+
+template <typename Value>
+SceneStep write(const char* property, Value value) {
+  return [=](Scene& scene) { scene.element.set(property, value); };
+}
+
+/// A decoder's custom event, from a thread of its own.
+SceneStep send(Decoder Scene::*decoder, const char* structure) {
+  return
+      [=](Scene& scene) { std::thread([&] { (scene.*decoder).send_custom(structure); }).join(); };
+}
+
+/// In a decoder's event function, on the event of that name that `cause` leads to.
+Place in_event(const char* name, Decoder Scene::*decoder, const SceneStep& cause,
+               bool may_go_down = true) {
+  const auto reach = [=](Scene& scene) {
+    scene.in_events_of(scene.*decoder, name);
+    cause(scene);
+  };
+  return {name, nothing, reach, may_go_down};
 }
 
 const Place kPlaces[] = {
@@ -159,68 +181,30 @@ const Place kPlaces[] = {
      false},
     {"codec-info", [](Scene& s) { s.in_events_of(s.description, "audio-codec-sub"); }, nothing,
      false},
-    {"video-decode-info", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.video, "video-decode-info");
-       s.element.set("video-codec-type", 1);
-     },
-     true},
-    {"flush-video", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.video, "flush-video");
-       s.element.set("video-codec-type", 1);
-     },
-     true},
-    {"flush-audio", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.audio, "flush-audio");
-       s.element.set("video-codec-type", 1);
-     },
-     true},
-    {"audio-lock", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.video, "audio-lock");
-       std::thread([&] { s.audio.send_custom("x, audio-lock=(uint)1;"); }).join();
-     },
-     true},
-    {"dmx-pts", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.audio, "dmx-pts");
-       std::thread([&] { s.video.send_custom("x, dmx-pts=(uint)1;"); }).join();
-     },
-     true},
-    {"hfr2pid-mode", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.video, "hfr2pid-mode");
-       s.element.set("vpid-sub", 4U);
-     },
-     true},
-    {"hfr2pid-start", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.video, "hfr2pid-start");
-       s.element.set("videodec-device-sub", "vdec1");
-     },
-     true},
-    {"hfr2pid-stop", nothing,
-     [](Scene& s) {
-       s.in_events_of(s.video, "hfr2pid-stop");
-       s.element.set("vpid-sub", 4U);
-       s.element.set("vpid-sub-stop", TRUE);
-     },
-     false},
+    in_event("video-decode-info", &Scene::video, write("video-codec-type", 1)),
+    in_event("flush-video", &Scene::video, write("video-codec-type", 1)),
+    in_event("flush-audio", &Scene::audio, write("video-codec-type", 1)),
+    in_event("audio-lock", &Scene::video, send(&Scene::audio, "x, audio-lock=(uint)1;")),
+    in_event("dmx-pts", &Scene::audio, send(&Scene::video, "x, dmx-pts=(uint)1;")),
+    in_event("hfr2pid-mode", &Scene::video, write("vpid-sub", 4)),
+    in_event("hfr2pid-start", &Scene::video, write("videodec-device-sub", "vdec1")),
+    in_event(
+        "hfr2pid-stop", &Scene::video,
+        [](Scene& s) {
+          s.element.set("vpid-sub", 4U);
+          s.element.set("vpid-sub-stop", TRUE);
+        },
+        false),
     {"dvr-start, sent upstream", nothing,
      [](Scene& s) {
        s.in_upstream_events();
-       std::thread([&] { s.audio.send_custom("x, dvr-stop=(boolean)true;"); }).join();
+       send(&Scene::audio, "x, dvr-stop=(boolean)true;")(s);
      },
      true},
     {"seek, sent upstream", nothing,
      [](Scene& s) {
        s.in_upstream_events();
-       std::thread([&] {
-         s.audio.send(gst_event_new_seek(1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
-                                         GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, 0));
-       }).join();
+       std::thread([&] { s.audio.seek(); }).join();
      },
      true},
     {"sync handler of state-changed", nothing,
@@ -285,8 +269,7 @@ const Call kCalls[] = {
        const auto send = [&s] {
          s.video.send_custom("x, dmx-stop=(boolean)true;");
          s.video.send_custom("x, dmx-stop=(boolean)false;");
-         s.video.send(gst_event_new_seek(1.0, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
-                                         GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, 0));
+         s.video.seek();
        };
        send();
        std::thread(send).join();

@@ -250,10 +250,8 @@ void Stage::send(const std::string& arguments) {
 
 void Stage::seek(const std::string& arguments) {
   const std::size_t space = arguments.find(' ');
-  GstEvent* event =
-      gst_event_new_seek(std::stod(arguments.substr(space + 1)), GST_FORMAT_TIME,
-                         GST_SEEK_FLAG_FLUSH, GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, 0);
-  write(decoders_.at(arguments.substr(0, space))->send(event) ? "= TRUE" : "= FALSE");
+  Decoder& decoder = *decoders_.at(arguments.substr(0, space));
+  write(decoder.seek(std::stod(arguments.substr(space + 1))) ? "= TRUE" : "= FALSE");
 }
 
 void Stage::announce(const std::string& structure) {

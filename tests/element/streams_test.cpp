@@ -6,31 +6,20 @@
 namespace vantrel::testing {
 namespace {
 
-/// Gives a content a PID the way an application would.
+/// The word in "pids" for each content and its codec there; a property for those
+/// that have none.
+struct Content {
+  const char* name;
+  int codec;
+};
+constexpr Content kContents[8] = {{"video", 3}, {"audio", 6},     {"subtitle", 29}, {"ttx-pid", -1},
+                                  {"pcr", 0},   {"video-sub", 4}, {"ad-pid", -1},   {"other", 30}};
+
 void set_content(Element& element, guint content, guint pid) {
-  const auto list = [&](const char* word, int codec) {
-    const std::string entry =
-        std::string(word) + ":" + std::to_string(pid) + ":" + std::to_string(codec);
-    element.set("pids", entry.c_str());
-  };
-  switch (content) {
-    case STREAM_CONTENT_VIDEO:
-      return list("video", 3);
-    case STREAM_CONTENT_AUDIO:
-      return list("audio", 6);
-    case STREAM_CONTENT_SUBTITLE:
-      return list("subtitle", 29);
-    case STREAM_CONTENT_TELETEXT:
-      return element.set("ttx-pid", static_cast<gint>(pid));
-    case STREAM_CONTENT_PCR:
-      return list("pcr", 0);
-    case STREAM_CONTENT_VIDEO_SUB:
-      return list("video-sub", 4);
-    case STREAM_CONTENT_AUDIO_DESC:
-      return element.set("ad-pid", pid);
-    default:
-      return list("other", 30);
-  }
+  const Content& row = kContents[content];
+  if (row.codec < 0) return element.set(row.name, pid);
+  const std::string fields = ":" + std::to_string(pid) + ":" + std::to_string(row.codec);
+  element.set("pids", (row.name + fields).c_str());
 }
 
 TEST(StreamChange, StopsExactlyTheConflictingContentsOnTheSamePid) {

@@ -31,10 +31,7 @@ class Playback {
 
   /// Sends a custom event upstream, as the audio decoder.
   void send(const char* structure) { EXPECT_FALSE(decoders_[1].send_custom(structure)); }
-  void seek(gdouble rate) {
-    EXPECT_TRUE(decoders_[0].send(gst_event_new_seek(rate, GST_FORMAT_TIME, GST_SEEK_FLAG_FLUSH,
-                                                     GST_SEEK_TYPE_SET, 0, GST_SEEK_TYPE_NONE, 0)));
-  }
+  void seek(gdouble rate) { EXPECT_TRUE(decoders_[0].seek(rate)); }
   Lines journal() { return journal_.take(); }
 
   /// Plays these bytes; what comes out at the ports of video, audio, description.

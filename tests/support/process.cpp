@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <string>
 #include <utility>
@@ -32,6 +34,15 @@ bool eventually(const std::function<bool()>& condition) {
   return true;
 }
 
+void within_limit(const std::function<void()>& body, std::chrono::seconds limit) {
+  auto done = std::async(std::launch::async, body);
+  if (done.wait_for(limit) != std::future_status::ready) {
+    ADD_FAILURE() << "deadlock";
+    std::abort();
+  }
+  done.get();
+}
+
 std::size_t open_descriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
@@ -46,6 +57,16 @@ std::size_t resident_bytes() {
   std::size_t resident = 0;
   file >> size >> resident;
   return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+void expect_nothing_left_by(unsigned first, unsigned rounds, std::size_t memory,
+                            const std::function<void(unsigned)>& act) {
+  for (unsigned i = 0; i < first; ++i) act(i);
+  const std::size_t descriptors = open_descriptors();
+  const std::size_t resident = resident_bytes();
+  for (unsigned i = first; i < first + rounds; ++i) act(i);
+  EXPECT_EQ(open_descriptors(), descriptors);
+  EXPECT_LE(resident_bytes(), resident + memory);
 }
 
 Background::Background(std::function<int()> call)
