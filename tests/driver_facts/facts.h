@@ -7,11 +7,8 @@
 
 #include <array>
 #include <atomic>
-#include <functional>
 #include <initializer_list>
-#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/ts_builder.h"
@@ -114,25 +111,6 @@ class Node {
  private:
   std::atomic<int> fd_;  // closed by one thread while another reads
   int open_error_;
-};
-
-/// A call in a thread of its own.
-class Caller {
- public:
-  explicit Caller(std::function<std::string()> call);
-  ~Caller() { thread_.join(); }
-  /// Waits until the call sleeps in the system, or has returned.
-  void wait_until_blocked() const;
-  /// True once the call has returned; waits for that for a while.
-  [[nodiscard]] bool returns() const;
-  /// What it gave; waits.
-  std::string result();
-  std::thread& thread() { return thread_; }
-
- private:
-  struct State;
-  std::shared_ptr<State> state_;
-  std::thread thread_;
 };
 
 }  // namespace facts

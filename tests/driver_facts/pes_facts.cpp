@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "tests/driver_facts/facts.h"
+#include "tests/support/process.h"
 
 namespace facts {
 namespace {
@@ -159,8 +160,8 @@ void pes_requests() {
 
   Node blocking(O_RDWR);
   blocking.pes(kPesPid, DMX_OUT_TAP);
-  Caller reader([&] { return blocking.read(400); });
-  reader.wait_until_blocked();
+  vantrel::test::Background reader([&] { return blocking.read(400); });
+  reader.waits();
   for (int i = 0; i < 3; ++i) feed(mux().unit(kPesPid, Bytes(184, 'x')));
   fact("pes.blocking read(400), 184 at a time", reader.result());
 }

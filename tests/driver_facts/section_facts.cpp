@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "tests/driver_facts/facts.h"
+#include "tests/support/process.h"
 
 namespace facts {
 namespace {
@@ -74,8 +75,10 @@ void section_reading() {
 
   Node blocking(O_RDWR);
   blocking.section(kSectionPid);
-  Caller reader([&] { return join_results({blocking.read(), blocking.read()}); });
-  reader.wait_until_blocked();
+  vantrel::test::Background reader([&] {
+    return join_results({blocking.read(), blocking.read()});
+  });
+  reader.waits();
   feed(packed(kSectionPid, section(0x42, 1, 20) + section(0x42, 2, 30)));
   fact("section.blocking reads 131072 131072", reader.result());
 }

@@ -23,7 +23,7 @@
 namespace vantrel::testing {
 
 using test::eventually;
-using test::expect_nothing_left_by;
+using test::growth_by;
 using test::kPatience;
 using test::open_descriptors;
 using test::resident_bytes;

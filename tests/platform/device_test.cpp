@@ -120,10 +120,10 @@ TEST(Device, CloseLeavesOtherThreadsInTheirReads) {
       char data[64];
       return qel_device_read(node.fd(), data, sizeof data) < 0 ? errno : -1;
     };
-    Background readers[3] = {Background(read), Background(read), Background(read)};
-    for (Background& reader : readers) EXPECT_TRUE(reader.waits());
+    Background<int> readers[3] = {Background(read), Background(read), Background(read)};
+    for (Background<int>& reader : readers) EXPECT_TRUE(reader.waits());
     node.close();
-    for (Background& reader : readers) EXPECT_EQ(reader.result(), EBADF);
+    for (Background<int>& reader : readers) EXPECT_EQ(reader.result(), EBADF);
     EXPECT_EQ(fcntl(node.fd(), F_GETFD), -1) << "descriptor left open";
   }
 }

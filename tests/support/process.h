@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <type_traits>
+#include <utility>
 
 /// What tests ask of their own process and its threads.
 namespace vantrel::test {
@@ -27,32 +31,59 @@ std::size_t open_descriptors();
 /// thread sanitizer, which keep their own books in it.
 std::size_t resident_bytes();
 
-/// Expects that `rounds` more calls of `act`, with rising numbers, after so many as
-/// `first` leave no descriptor open and take no more than `memory` bytes.
-void expect_nothing_left_by(unsigned first, unsigned rounds, std::size_t memory,
-                            const std::function<void(unsigned)>& act);
+/// What calls of a function leave behind.
+struct Growth {
+  long descriptors;
+  long bytes;
+};
+/// Of `rounds` calls of `act`, with rising numbers, after as many as `first`.
+Growth growth_by(unsigned first, unsigned rounds, const std::function<void(unsigned)>& act);
+
+/// True while the thread of this process waits for something.
+bool is_asleep(int tid);
 
 /// A call in a thread of its own, and whether it has returned.
+template <typename Result>
 class Background {
  public:
-  explicit Background(std::function<int()> call);
+  explicit Background(std::function<Result()> call)
+      : thread_([this, call = std::move(call)] {
+          tid_ = gettid();
+          Result result = call();
+          const std::lock_guard lock(mutex_);
+          result_ = std::move(result);
+          done_ = true;
+          changed_.notify_all();
+        }) {}
   Background(const Background&) = delete;
   Background& operator=(const Background&) = delete;
   ~Background() { thread_.join(); }
 
   /// True once the call sleeps in the system, false where it is over.
-  bool waits();
-  bool done_within(std::chrono::milliseconds limit);
-  /// What the call has returned; a failure of the test where it does not.
-  int result();
+  bool waits() {
+    return eventually([this] { return done_ || (tid_ != 0 && is_asleep(tid_)); }) && !done_;
+  }
+  bool done_within(std::chrono::milliseconds limit) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, limit, [this] { return done_.load(); });
+  }
+  /// What the call returns; waits for that.
+  Result result() {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return done_.load(); });
+    return result_;
+  }
+  std::thread& thread() { return thread_; }
 
  private:
   std::mutex mutex_;
   std::condition_variable changed_;
   std::atomic<int> tid_{0};
   std::atomic<bool> done_{false};  // set under mutex_
-  int result_ = -1;                // mutex_
+  Result result_{};                // guarded by mutex_
   std::thread thread_;
 };
+template <typename Call>
+Background(Call) -> Background<std::invoke_result_t<Call>>;
 
 }  // namespace vantrel::test
