@@ -2,9 +2,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 
 #include "tests/base_filter/test_filter.h"
+#include "tests/support/ts_reader.h"
 
 namespace {
 
@@ -16,10 +16,7 @@ class EndOfStream : public testing::Test {
   static void SetUpTestSuite() { gst_init(nullptr, nullptr); }
   void SetUp() override {
     path_ = testing::TempDir() + "vantrel-eos-" + std::to_string(getpid()) + ".ts";
-    const Bytes data = null_packets(100);
-    std::ofstream(path_, std::ios::binary)
-        .write(reinterpret_cast<const char*>(data.data()),
-               static_cast<std::streamsize>(data.size()));
+    stream::save(path_, stream::text(null_packets(100)));
     pipeline_ = gst_pipeline_new(nullptr);
     bus_ = gst_element_get_bus(pipeline_);
     filter_ = new_test_filter(script_);

@@ -17,17 +17,15 @@ struct Unref {
     g_object_unref(object);
   }
 };
+using stream::text;
 using Receiver = std::unique_ptr<VantrelReceiver, Unref>;
 using Filter = std::unique_ptr<VantrelSectionFilter, Unref>;
 
 constexpr auto kEvery = VANTREL_FILTER_FLAGS_NONE;
-constexpr auto kChanged = VANTREL_FILTER_FLAGS_CHANGED_ONLY;
 
 std::string text(GBytes* bytes) {
   return {static_cast<const char*>(g_bytes_get_data(bytes, nullptr)), g_bytes_get_size(bytes)};
 }
-
-std::string text(const stream::Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
 /// What signals brought, and on which thread last. The connection has a share of
 /// it, since a handler may still run when the test has heard enough.
@@ -185,7 +183,8 @@ TEST_F(Client, RefusesPolitely) {
   g_autoptr(GError) error = nullptr;
   EXPECT_EQ(vantrel_receiver_new(stranger, nullptr, &error), nullptr);
   EXPECT_TRUE(g_error_matches(error, VANTREL_ERROR, VANTREL_ERROR_FOREIGN));
-  Receiver none(VANTREL_RECEIVER(g_object_new(VANTREL_TYPE_RECEIVER, "element", stranger, nullptr)));
+  Receiver none(
+      VANTREL_RECEIVER(g_object_new(VANTREL_TYPE_RECEIVER, "element", stranger, nullptr)));
   Receiver second(vantrel_receiver_new(element.get(), nullptr, nullptr));
   const Filter running = by_id(0x12, 0x4e);
   EXPECT_TRUE(add(running));
@@ -273,15 +272,9 @@ TEST_F(Client, GivesPesTemiAndTheClock) {
   EXPECT_TRUE(vantrel_receiver_read_stc(receiver.get(), &stc));
   EXPECT_GE(stc, 27'000'000U);
 
-  // An adaptation field with an extension that has a descriptor of its own.
-  stream::Bytes packet = mux.packet(0x102, {});
-  const stream::Bytes descriptor = {0x04, 3, 0x80, 1, 2};
-  packet[5] = 0x01;
-  packet[6] = 6;
-  packet[7] = 0x0f;
-  std::copy(descriptor.begin(), descriptor.end(), packet.begin() + 8);
+  const stream::Bytes descriptor = stream::timeline(1, 90000, 2);
   EXPECT_TRUE(vantrel_receiver_set_temi(receiver.get(), TRUE, nullptr));
-  element.feed(text(packet));
+  element.feed(text(mux.packet(0x102, {}, {.af_descriptors = descriptor})));
   EXPECT_TRUE(ear.wait_for(2));
   EXPECT_EQ(ear.heard().back(), text(descriptor));
   EXPECT_TRUE(vantrel_receiver_set_temi(receiver.get(), FALSE, nullptr));

@@ -166,6 +166,13 @@ std::vector<Delivery> Element::deliveries() {
   return deliveries_;
 }
 
+std::vector<std::string> Element::received(std::optional<guint> pid) {
+  std::vector<std::string> bytes;
+  for (const Delivery& delivery : deliveries())
+    if (!pid || delivery.pid == *pid) bytes.push_back(delivery.bytes);
+  return bytes;
+}
+
 std::size_t Element::delivered() {
   std::lock_guard lock(mutex_);
   return deliveries_.size();

@@ -142,6 +142,8 @@ class Element {
 
   /// What the three signals delivered so far.
   std::vector<Delivery> deliveries();
+  /// The bytes of them; of one PID, where one is given.
+  std::vector<std::string> received(std::optional<guint> pid = std::nullopt);
   std::size_t delivered();
   /// Waits until so many were delivered in all; false after kPatience.
   bool wait_for(std::size_t count);

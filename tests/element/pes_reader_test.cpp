@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <qel/device.h>
 #include <qel/receiver.h>
 
 #include <future>
 
 #include "plugin/lifecycle.h"
 #include "tests/element/harness.h"
-#include "tests/support/ts_builder.h"
+#include "tests/support/test_node.h"
 
 namespace vantrel::testing {
 namespace {
@@ -28,13 +26,6 @@ struct Subtitles {
   std::vector<std::string> sent;
 };
 
-std::vector<std::string> received_on(Element& element, guint pid) {
-  std::vector<std::string> bytes;
-  for (const Delivery& delivery : element.deliveries())
-    if (delivery.pid == pid) bytes.push_back(delivery.bytes);
-  return bytes;
-}
-
 TEST(PesReader, DeliversSubtitlesAndTeletextWholeAndOnce) {
   Element element;
   element.set("sub-pid", 0x21);
@@ -47,8 +38,8 @@ TEST(PesReader, DeliversSubtitlesAndTeletextWholeAndOnce) {
     element.feed(teletext.next(size / 2 + 1));
   }
   ASSERT_TRUE(element.wait_for(14));
-  EXPECT_TRUE(received_on(element, 0x21) == subtitle.sent);
-  EXPECT_TRUE(received_on(element, 0x22) == teletext.sent);
+  EXPECT_TRUE(element.received(0x21) == subtitle.sent);
+  EXPECT_TRUE(element.received(0x22) == teletext.sent);
 }
 
 TEST(PesReader, ReadsInTableOrder) {
@@ -166,17 +157,13 @@ TEST(PesHandler, LeavesANodeAloneThatCameInPlaceOfItsOwn) {
   element.go(GST_STATE_PLAYING);
   std::promise<void> left;
   const int fd = element.state()->streams[0]->fd;
-  std::vector<int> nodes;
+  std::vector<test::TestNode> nodes;
   element.on_delivery([&](const Delivery&) {
     element.set("sub-pid", -1);
-    while (nodes.size() < 20 && (nodes.empty() || nodes.back() != fd))
-      nodes.push_back(qel_device_open("qel_demux1", O_RDONLY | O_NONBLOCK));
-    dmx_pes_filter_params params{.pid = 0x21,
-                                 .input = DMX_IN_DVR,
-                                 .output = DMX_OUT_TAP,
-                                 .pes_type = DMX_PES_OTHER,
-                                 .flags = DMX_IMMEDIATE_START};
-    EXPECT_EQ(qel_device_ioctl(fd, KWRX_DMX_SET_PES_FILTER, &params), 0);
+    while (nodes.size() < 20 && (nodes.empty() || nodes.back().fd() != fd))
+      nodes.emplace_back("qel_demux1");
+    EXPECT_EQ(nodes.back().fd(), fd);
+    EXPECT_EQ(nodes.back().pes(0x21, DMX_OUT_TAP), 0);
     const std::string packets = Subtitles(0x21).next(10);
     EXPECT_EQ(qel_receiver_feed(1, DMX_IN_DVR, packets.data(), packets.size()), 0);
     left.set_value();
@@ -186,7 +173,6 @@ TEST(PesHandler, LeavesANodeAloneThatCameInPlaceOfItsOwn) {
   Log log;  // of the wait for the next stream, once this one is done with
   EXPECT_TRUE(eventually([&] { return log.has("[GST_VANTREL]Poll timeout 1000 u-seconds"); }));
   EXPECT_EQ(element.delivered(), 1U);
-  for (const int node : nodes) qel_device_close("qel_demux1", node);
 }
 
 }  // namespace

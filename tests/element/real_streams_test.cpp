@@ -103,13 +103,6 @@ class Player {
   GstElement* pipeline_;
 };
 
-std::vector<std::string> delivered(Element& element, guint pid, gpointer handle) {
-  std::vector<std::string> bytes;
-  for (const Delivery& delivery : element.deliveries())
-    if (delivery.pid == pid && delivery.handle == handle) bytes.push_back(delivery.bytes);
-  return bytes;
-}
-
 class RealStream : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -156,7 +149,7 @@ TEST_F(RealStream, GivesItsSubtitlesAndTeletextByteForByte) {
       SCOPED_TRACE(pid);
       const auto expected = pes_packets(file, pid);
       EXPECT_FALSE(expected.empty());
-      EXPECT_TRUE(delivered(player.element, pid, nullptr) == expected);
+      EXPECT_TRUE(player.element.received(pid) == expected);
     }
   }
 }
@@ -181,9 +174,9 @@ TEST_F(RealStream, GivesItsTablesSectionBySection) {
     const auto expected = sections(load(row.file), row.pid, row.table_id);
     EXPECT_FALSE(expected.empty());
     Player player(stream::captured(row.file));
-    const gpointer handle = player.element.add(row.pid, row.table_id);
+    player.element.add(row.pid, row.table_id);
     player.play();
-    EXPECT_TRUE(delivered(player.element, row.pid, handle) == expected);
+    EXPECT_TRUE(player.element.received(row.pid) == expected);
   }
 }
 

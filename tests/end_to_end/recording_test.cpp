@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 
 #include "tests/end_to_end/scene.h"
@@ -69,7 +68,7 @@ std::string output_of(const std::string& command) {
 struct Viewing {
   explicit Viewing(const std::string& bytes, guint video, guint audio) {
     const std::string path = ::testing::TempDir() + "rec-" + std::to_string(getpid()) + ".ts";
-    std::ofstream(path, std::ios::binary) << bytes;
+    stream::save(path, bytes);
     complaints = output_of("ffprobe -v error " + path + " 2>&1");
     const auto map = [](guint pid) { return " -map 0:i:" + std::to_string(pid); };
     frames = output_of("ffmpeg -nostdin -v quiet -copyts -i " + path + map(video) + map(audio) +

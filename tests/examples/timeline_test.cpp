@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <fstream>
 
 #include "tests/support/ts_builder.h"
+#include "tests/support/ts_reader.h"
 
 namespace {
 
@@ -30,9 +30,7 @@ TEST(Timeline, ReachesAnApplicationThatOnlyKnowsThePlugin) {
          .af_descriptors = stream::timeline(7, 1000, 40U * i) + stream::af_descriptor(9, {1, 2}) +
                            stream::af_descriptor(5, {i})});
   const std::string path = testing::TempDir() + "timeline.ts";
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(packets.data()),
-             static_cast<std::streamsize>(packets.size()));
+  stream::save(path, stream::text(packets));
   std::string expected;
   for (unsigned i = 0; i < 100; i++) {
     char line[100];

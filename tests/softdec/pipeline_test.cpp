@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,6 +16,7 @@
 #include "softdec/recorder.h"
 #include "softdec/subtitles.h"
 #include "tests/support/ts_builder.h"
+#include "tests/support/ts_reader.h"
 
 /// The elements behind the real demultiplexer and the real receiver.
 namespace softdec {
@@ -57,9 +57,7 @@ const Sample& sample() {
       all.expected["both"] += stream::counting(3000 + i, 0xE0) + stream::counting(900 + i, 0xE0);
       all.expected["audio"] += stream::counting(700 + i, 0xC0);
     }
-    std::ofstream(sample_file(), std::ios::binary)
-        .write(reinterpret_cast<const char*>(all.packets.data()),
-               static_cast<std::streamsize>(all.packets.size()));
+    stream::save(sample_file(), stream::text(all.packets));
     return all;
   }();
   return made;

@@ -32,6 +32,10 @@ std::string load(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+void save(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
 std::string captured(const std::string& name) {
   const char* folder = std::getenv("VANTREL_STREAMS");
   return folder != nullptr ? std::string(folder) + "/" + name : "";

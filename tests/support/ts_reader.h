@@ -13,6 +13,9 @@ namespace stream {
 /// The bytes of a file; empty where it cannot be read.
 std::string load(const std::string& path);
 
+/// Writes a file of these bytes.
+void save(const std::string& path, const std::string& bytes);
+
 /// A file in the folder of captured streams; "" where VANTREL_STREAMS names none.
 std::string captured(const std::string& name);
 
