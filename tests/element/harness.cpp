@@ -93,6 +93,16 @@ std::vector<std::string> Log::take(const std::set<std::string>& functions) {
   return texts;
 }
 
+std::string Log::missing(std::set<std::string> lines, const std::set<std::string>& functions,
+                         const std::function<void()>& meanwhile) {
+  eventually([&] {
+    meanwhile();
+    for (const std::string& line : take(functions)) lines.erase(line);
+    return lines.empty();
+  });
+  return lines.empty() ? "" : *lines.begin();
+}
+
 int Log::count(const std::string& message) {
   std::lock_guard lock(mutex_);
   return static_cast<int>(std::count_if(lines_.begin(), lines_.end(),

@@ -87,6 +87,11 @@ class Log {
   /// Whether a line with exactly that message came since the last take.
   bool has(const std::string& message);
   int count(const std::string& message);
+  /// Waits for all these lines of the functions named, as take() gives them, and
+  /// calls `meanwhile` now and then; gives one that does not come, or "".
+  std::string missing(
+      std::set<std::string> lines, const std::set<std::string>& functions,
+      const std::function<void()>& meanwhile = [] {});
 
  private:
   static void on_line(int buffer, int priority, const char* tag, const char* text, void* self);

@@ -12,11 +12,7 @@ namespace vantrel::testing {
 namespace {
 
 using stream::Bytes;
-
-Bytes broken(Bytes section) {
-  section.at(section.size() - 1) ^= 1;
-  return section;
-}
+using stream::with_bad_crc;
 
 /// A long section whose CRC field is 0 and whose version is 0.
 Bytes with_zero_crc_field() {
@@ -49,7 +45,7 @@ TEST(SectionCheck, JudgesEachSectionAgainstTheOneBefore) {
   const Bytes next = stream::section(0x42, 1, 40, 2);
   const Bytes tiny = stream::short_section(0x70, 8);  // section_length 5
   const Case cases[] = {
-      {"unchecked", false, false, {{one, 4}, {one, 4}, {broken(one), 4}}},
+      {"unchecked", false, false, {{one, 4}, {one, 4}, {with_bad_crc(one), 4}}},
       {"repeated", true, false, {{one, 3}, {one, 0}, {one, 0}}},
       {"changed", true, false, {{one, 3}, {two, 2}, {next, 3}, {one, 3}}},
       {"version alone", true, false, {{one, 3}, {with_version_bits(one, 0x3E), 1}}},
@@ -65,8 +61,11 @@ TEST(SectionCheck, JudgesEachSectionAgainstTheOneBefore) {
          0}}},
       {"zero memory", true, false, {{with_zero_crc_field(), 0}}},
       {"too short for a CRC field", true, false, {{tiny, 3}, {tiny, 0}}},
-      {"broken is remembered", true, true, {{broken(one), 0}, {broken(one), 0}, {one, 2}}},
-      {"CRC alone", false, true, {{one, 4}, {one, 4}, {broken(one), 0}, {one, 4}}},
+      {"broken is remembered",
+       true,
+       true,
+       {{with_bad_crc(one), 0}, {with_bad_crc(one), 0}, {one, 2}}},
+      {"CRC alone", false, true, {{one, 4}, {one, 4}, {with_bad_crc(one), 0}, {one, 4}}},
       {"short form is not verified", false, true, {{stream::short_section(0x70, 40), 4}}},
       {"longest", true, true, {{stream::section(0x42, 1, 4096, 1), 3}}},
   };
@@ -93,7 +92,7 @@ TEST(SectionCheck, LogsUnderItsOwnTagWithTheMaskedVersion) {
   Log log;
   section_check(filter.get());
   section_check(filter.get());
-  std::memcpy(filter->buf, broken(section).data(), section.size());
+  std::memcpy(filter->buf, with_bad_crc(section).data(), section.size());
   section_check(filter.get());
   const auto lines = log.take();
   ASSERT_EQ(lines.size(), 3U);

@@ -78,18 +78,6 @@ TEST_F(InputTest, JunkTakesPacketsWithIt) {
   }
 }
 
-TEST_F(InputTest, LonePacketWaitsForTheNext) {
-  TestNode node("qel_demux0");
-  node.section(kInputPid);
-  feed(Bytes(4, 0x11) + spaced(1, 188));
-  EXPECT_EQ(node.drain(), Sizes{150});
-  const Bytes second = spaced(1, 188);
-  feed(stream::slice(second, 0, 50));
-  EXPECT_TRUE(node.drain().empty());
-  feed(stream::slice(second, 50, 138));
-  EXPECT_EQ(node.drain(), Sizes{150});
-}
-
 TEST_F(InputTest, FlushLeavesTheInputOutOfStepOrHalfASection) {
   TestNode node("qel_demux0");
   node.section(kInputPid);
