@@ -55,26 +55,5 @@ TEST(StreamChange, StopsExactlyTheConflictingContentsOnTheSamePid) {
   }
 }
 
-TEST(StreamChange, ReusesTheStreamInPlayAndAddsOneInRecordMode) {
-  struct Row {
-    guint demux_type;
-    guint content;
-    int nodes;
-  };
-  const Row cases[] = {
-      {0, STREAM_CONTENT_VIDEO, 1}, {1, STREAM_CONTENT_AUDIO, 1}, {0, STREAM_CONTENT_PCR, 1},
-      {0, STREAM_CONTENT_OTHER, 1}, {2, STREAM_CONTENT_VIDEO, 2}, {3, STREAM_CONTENT_OTHER, 2},
-      {2, STREAM_CONTENT_PCR, 1},   {5, STREAM_CONTENT_OTHER, 2}, {5, STREAM_CONTENT_AUDIO, 1},
-  };
-  for (const Row& row : cases) {
-    SCOPED_TRACE(::testing::Message() << "type " << row.demux_type << " content " << row.content);
-    Element element(row.demux_type);
-    element.go(GST_STATE_PLAYING);
-    set_content(element, row.content, 100);
-    set_content(element, row.content, 200);
-    EXPECT_EQ(open_nodes(0), row.nodes);
-  }
-}
-
 }  // namespace
 }  // namespace vantrel::testing

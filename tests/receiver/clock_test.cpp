@@ -126,8 +126,7 @@ TEST_F(PaceTest, LiveInputIsNotPacedOrTheOtherIs) {
 
 TEST_F(PaceTest, PacketsBeforeThePcrWaitWithIt) {
   qel_receiver_set_pacing(0, 1);
-  TestNode node("qel_demux0");
-  node.section(0x12);
+  TestNode node = section_node(0x12);
   const Bytes data = stream::join(
       {pcr(kClockPid, 0), mux.sections(0x12, {stream::section(0x42, 1, 50)}),
        pcr(kClockPid, kSecond * 9 / 10), mux.sections(0x12, {stream::section(0x42, 1, 60)})});

@@ -28,6 +28,20 @@ class ReceiverTest : public testing::Test {
     qel_receiver_reset_counters(0);
   }
 
+  /// Open nodes with their filters running; a buffer of 0 leaves the default.
+  static TestNode section_node(unsigned pid, std::size_t buffer = 0) {
+    TestNode node("qel_demux0");
+    if (buffer > 0) node.buffer(buffer);
+    EXPECT_EQ(node.section(pid), 0);
+    return node;
+  }
+  static TestNode tap_node(unsigned pid, std::size_t buffer = 0) {
+    TestNode node("qel_demux0");
+    if (buffer > 0) node.buffer(buffer);
+    EXPECT_EQ(node.pes(pid, DMX_OUT_TAP), 0);
+    return node;
+  }
+
   static int feed(const stream::Bytes& bytes, dmx_input input = DMX_IN_DVR) {
     return qel_receiver_feed(0, input, bytes.data(), bytes.size()) == 0 ? 0 : errno;
   }

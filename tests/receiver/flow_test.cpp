@@ -28,9 +28,7 @@ class FlowTest : public ReceiverTest {
 };
 
 TEST_F(FlowTest, LiveOverflowIsNotCounted) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
+  TestNode node = section_node(kFlowPid, 1024);
   feed(sections_of({900, 300, 301, 20}), DMX_IN_FRONTEND);
   EXPECT_EQ(node.drain(), (Sizes{900, -EOVERFLOW, 20}));
   feed(sections_of({1025}), DMX_IN_FRONTEND);
@@ -40,9 +38,7 @@ TEST_F(FlowTest, LiveOverflowIsNotCounted) {
 }
 
 TEST_F(FlowTest, LosslessFeedWaitsForWhatNeverFits) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
+  TestNode node = section_node(kFlowPid, 1024);
   EXPECT_EQ(feed(sections_of({100, 1025, 30})), 0);
   EXPECT_EQ(node.drain(), (Sizes{100, -EOVERFLOW, 30}));
 }
@@ -72,9 +68,7 @@ TEST_F(FlowTest, WaitingFeedIsNotReleased) {
   for (const Release& each : kReleases) {
     SetUp();
     mux = {};
-    TestNode node("qel_demux0");
-    node.buffer(1024);
-    node.section(kFlowPid);
+    TestNode node = section_node(kFlowPid, 1024);
     Background feeder([&] { return feed(sections_of({900, 800})); });
     ASSERT_TRUE(node.readable(20000)) << each.name;
     EXPECT_FALSE(feeder.done_within(kAWhile)) << each.name;
@@ -176,9 +170,7 @@ TEST_F(FlowTest, LongWaitIsNotLogged) {
         }
       },
       nullptr);
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
+  TestNode node = section_node(kFlowPid, 1024);
   Background feeder([&] { return feed(sections_of({900, 800})); });
   for (int i = 0; i < 2000 && lines == 0; ++i) std::this_thread::sleep_for(10ms);
   EXPECT_GE(lines, 1);
@@ -188,8 +180,7 @@ TEST_F(FlowTest, LongWaitIsNotLogged) {
 }
 
 TEST_F(FlowTest, EndReturnsBeforeEverythingIsRead) {
-  TestNode node("qel_demux0");
-  node.section(kFlowPid);
+  TestNode node = section_node(kFlowPid);
   feed(sections_of({20, 30}));
   Background end([] { return qel_receiver_end(0, DMX_IN_DVR); });
   EXPECT_FALSE(end.done_within(kAWhile));
@@ -213,8 +204,7 @@ TEST_F(FlowTest, EndOfOneInputWaitsForOrEndsARecordingOfTheOther) {
 }
 
 TEST_F(FlowTest, FlushLeavesAnEndWaiting) {
-  TestNode node("qel_demux0");
-  node.section(kFlowPid);
+  TestNode node = section_node(kFlowPid);
   feed(sections_of({20}));
   Background end([] { return qel_receiver_end(0, DMX_IN_DVR) == 0 ? 0 : errno; });
   EXPECT_FALSE(end.done_within(kAWhile));
@@ -225,9 +215,7 @@ TEST_F(FlowTest, FlushLeavesAnEndWaiting) {
 }
 
 TEST_F(FlowTest, SecondFeederMixesItsDataIn) {
-  TestNode node("qel_demux0");
-  node.buffer(1024);
-  node.section(kFlowPid);
+  TestNode node = section_node(kFlowPid, 1024);
   Background feeder([&] { return feed(sections_of({900, 800})); });
   ASSERT_TRUE(node.readable(20000));
   EXPECT_EQ(feed(Bytes(188, 0x47)), EBUSY);

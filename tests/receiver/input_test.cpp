@@ -46,8 +46,7 @@ TEST_F(InputTest, PacketsAreLostForHowTheyAreCutOrSpaced) {
   for (const std::size_t stride : {188, 192, 204}) {
     for (const std::size_t piece : {1, 3, 47, 187, 188, 189, 192, 204, 1000, 100000}) {
       start_anew();
-      TestNode node("qel_demux0");
-      node.section(kInputPid);
+      TestNode node = section_node(kInputPid);
       feed_in_pieces(spaced(kCount, stride), piece);
       EXPECT_EQ(node.drain(), expected(kCount)) << "stride " << stride << ", by " << piece;
       EXPECT_EQ(input_counters().packets, kCount) << "stride " << stride << ", by " << piece;
@@ -60,8 +59,7 @@ TEST_F(InputTest, JunkTakesPacketsWithIt) {
   std::mt19937 random(1);
   for (int round = 0; round < 200; ++round) {
     start_anew();
-    TestNode node("qel_demux0");
-    node.section(kInputPid);
+    TestNode node = section_node(kInputPid);
     Bytes junk(random() % 700);
     for (auto& byte : junk) byte = static_cast<std::uint8_t>(random());
     // A sync byte where one is expected cannot be told from a packet.
@@ -79,8 +77,7 @@ TEST_F(InputTest, JunkTakesPacketsWithIt) {
 }
 
 TEST_F(InputTest, FlushLeavesTheInputOutOfStepOrHalfASection) {
-  TestNode node("qel_demux0");
-  node.section(kInputPid);
+  TestNode node = section_node(kInputPid);
   const Bytes half = mux.sections(kInputPid, {section(0x42, 1, 300)});
   feed(stream::slice(half, 0, 250));
   qel_receiver_set_flushing(0, DMX_IN_DVR, 1);

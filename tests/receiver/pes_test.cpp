@@ -16,9 +16,7 @@ class PesTest : public ReceiverTest {};
 
 TEST_F(PesTest, TapJoinsOrSplitsPesPackets) {
   for (std::size_t size = 1; size < 800; size += 13) {
-    TestNode tap("qel_demux0");
-    tap.buffer(65536);
-    tap.pes(kPesPid, DMX_OUT_TAP);
+    TestNode tap = tap_node(kPesPid, 65536);
     const std::vector<Bytes> sent = {pes(kAudio, size), pes(kVideo, size, false),
                                      pes(kAudio, size + 1), pes(kVideo, size + 2, false)};
     for (const Bytes& each : sent) feed(mux.unit(kPesPid, each));
@@ -35,8 +33,7 @@ TEST_F(PesTest, TapJoinsOrSplitsPesPackets) {
 TEST_F(PesTest, EndWithoutStuffingIsNotedOnlyWithTheNextPesPacket) {
   const Bytes filled = pes(kAudio, 5 * 184 - 9);
   for (const std::size_t packets_before : {1, 2, 3, 4}) {
-    TestNode tap("qel_demux0");
-    tap.pes(kPesPid, DMX_OUT_TAP);
+    TestNode tap = tap_node(kPesPid);
     const Bytes unit = mux.unit(kPesPid, filled);
     const std::size_t before = packets_before * stream::kPacketSize;
     feed(stream::slice(unit, 0, before));
@@ -48,8 +45,7 @@ TEST_F(PesTest, EndWithoutStuffingIsNotedOnlyWithTheNextPesPacket) {
 }
 
 TEST_F(PesTest, StartWithoutBytesEndsThePesPacket) {
-  TestNode tap("qel_demux0");
-  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(kPesPid);
   stream::Header start;
   start.unit_start = true;
   Bytes empty = mux.packet(kPesPid, stream::counting(1), start);
@@ -62,8 +58,7 @@ TEST_F(PesTest, StartWithoutBytesEndsThePesPacket) {
 }
 
 TEST_F(PesTest, PacketsWithoutPayloadGiveBytes) {
-  TestNode tap("qel_demux0");
-  tap.pes(stream::kNullPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(stream::kNullPid);
   Bytes all = mux.unit(stream::kNullPid, pes(kVideo, 300, false));
   for (unsigned i = 0; i < 5; ++i) {
     Bytes packet = mux.packet(stream::kNullPid, stream::counting(184));
@@ -76,8 +71,7 @@ TEST_F(PesTest, PacketsWithoutPayloadGiveBytes) {
 }
 
 TEST_F(PesTest, HeaderCutByAPacketEndHidesTheLength) {
-  TestNode tap("qel_demux0");
-  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(kPesPid);
   const Bytes whole = pes(kAudio, 100);
   stream::Header start;
   start.unit_start = true;
@@ -90,8 +84,7 @@ TEST_F(PesTest, HeaderCutByAPacketEndHidesTheLength) {
 }
 
 TEST_F(PesTest, TapTakesStuffingOrATailWithoutStart) {
-  TestNode tap("qel_demux0");
-  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(kPesPid);
   feed(mux.packet(kPesPid, stream::counting(184)));  // no unit has started
   feed(mux.unit(kPesPid, pes(kAudio, 50)));
   feed(mux.packet(kPesPid, stream::counting(184)));  // behind the declared length
@@ -102,9 +95,7 @@ TEST_F(PesTest, TapTakesStuffingOrATailWithoutStart) {
 TEST_F(PesTest, LengthThatWrappedAroundCutsAPictureShort) {
   Bytes picture = pes(kVideo, 70000, false);
   picture[5] = 2;
-  TestNode tap("qel_demux0");
-  tap.buffer(131072);
-  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(kPesPid, 131072);
   feed(stream::join({mux.unit(kPesPid, picture), mux.unit(kPesPid, pes(kVideo, 10))}));
   EXPECT_EQ(tap.read(131072), picture);
   EXPECT_EQ(tap.drain(), Sizes{19});
@@ -124,9 +115,7 @@ TEST_F(PesTest, LiveOverflowLeavesHalfAPesPacket) {
 }
 
 TEST_F(PesTest, LosslessTapWaitsForAPesPacketThatNeverFits) {
-  TestNode tap("qel_demux0");
-  tap.buffer(2000);
-  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(kPesPid, 2000);
   for (const std::size_t size : {500, 2500, 600}) {
     EXPECT_EQ(feed(mux.unit(kPesPid, pes(kAudio, size))), 0);
   }
@@ -134,9 +123,7 @@ TEST_F(PesTest, LosslessTapWaitsForAPesPacketThatNeverFits) {
 }
 
 TEST_F(PesTest, UnboundedPesPacketThatNeverFitsStopsTheFeed) {
-  TestNode tap("qel_demux0");
-  tap.buffer(2000);
-  tap.pes(kPesPid, DMX_OUT_TAP);
+  TestNode tap = tap_node(kPesPid, 2000);
   const Bytes data = stream::join({mux.unit(kPesPid, pes(kVideo, 500, false)),
                                    mux.unit(kPesPid, pes(kVideo, 2500, false)),
                                    mux.unit(kPesPid, pes(kVideo, 600))});

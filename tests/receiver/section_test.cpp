@@ -21,9 +21,7 @@ TEST_F(SectionTest, SectionsOfAnySizeAndPackingComeOutWhole) {
       sent.push_back(short_section(0x50, first + i * i));
       sent.push_back(section(0x42, 1, 180 + i));
     }
-    TestNode node("qel_demux0");
-    node.buffer(65536);
-    node.section(kSectionPid);
+    TestNode node = section_node(kSectionPid, 65536);
     feed(mux.sections(kSectionPid, sent));
     for (const Bytes& each : sent) ASSERT_EQ(node.read(), each) << "from size " << first;
     EXPECT_TRUE(node.drain().empty());
@@ -31,8 +29,7 @@ TEST_F(SectionTest, SectionsOfAnySizeAndPackingComeOutWhole) {
 }
 
 TEST_F(SectionTest, LongerSectionThanAllowedIsNotCounted) {
-  TestNode node("qel_demux0");
-  node.section(kSectionPid);
+  TestNode node = section_node(kSectionPid);
   feed(mux.sections(kSectionPid, {short_section(0x50, 4097)}));
   EXPECT_EQ(pid_counters(kSectionPid).section_errors, 1U);
 }
@@ -60,8 +57,7 @@ std::vector<Bytes> packets_of(const Bytes& bytes) {
 
 TEST_F(SectionTest, DamagedSectionIsDeliveredOrTheNextOneLost) {
   for (const DamageCase& each : kDamageCases) {
-    TestNode node("qel_demux0");
-    node.section(kSectionPid);
+    TestNode node = section_node(kSectionPid);
     std::vector<Bytes> packets = packets_of(mux.sections(kSectionPid, {section(0x42, 1, 500)}));
     ASSERT_EQ(packets.size(), 3U);
     each.damage(packets);
@@ -72,8 +68,7 @@ TEST_F(SectionTest, DamagedSectionIsDeliveredOrTheNextOneLost) {
 }
 
 TEST_F(SectionTest, AnnouncedDiscontinuityIsCountedAsAnError) {
-  TestNode node("qel_demux0");
-  node.section(kSectionPid);
+  TestNode node = section_node(kSectionPid);
   feed(mux.sections(kSectionPid, {section(0x42, 1, 20)}));
   mux.skip(kSectionPid, 5);
   stream::Header header;
@@ -102,8 +97,7 @@ TEST_F(SectionTest, OneNodesCrcCheckDecidesForAnother) {
 }
 
 TEST_F(SectionTest, InputsMixTheirSectionsInProgress) {
-  TestNode node("qel_demux0");
-  node.section(kSectionPid);
+  TestNode node = section_node(kSectionPid);
   stream::Multiplex other;
   const std::vector<Bytes> a = packets_of(mux.sections(kSectionPid, {section(0x42, 1, 500)}));
   const std::vector<Bytes> b = packets_of(other.sections(kSectionPid, {section(0x42, 2, 501)}));
