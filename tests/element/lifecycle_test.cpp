@@ -17,8 +17,6 @@
 namespace vantrel::testing {
 namespace {
 
-GstTvBaseFilter* base(Element& element) { return GST_TV_BASE_FILTER(element.get()); }
-
 TEST(RunState, CyclesLeaveNothingBehind) {
   Element element(DMX_TYPE_LIVE);
   element.set("videodec-device", "vdec0");
@@ -96,15 +94,10 @@ TEST(Dispose, OnAReaderThreadLeavesTheJoiningToAnother) {
   gpointer handle = nullptr;
   g_signal_emit_by_name(element, "add-filter", 0x50U, 0x42U, 0U, nullptr, nullptr, 0U, FALSE, FALSE,
                         nullptr, &handle);
-  const auto drop = [](GstElement* self, guint, guint, gpointer, guint, gpointer, gpointer) {
+  const auto drop = +[](GstElement* self, guint, guint, gpointer, guint, gpointer, gpointer) {
     gst_object_unref(self);
   };
-  g_signal_connect(
-      element, "section-upload",
-      G_CALLBACK(
-          static_cast<void (*)(GstElement*, guint, guint, gpointer, guint, gpointer, gpointer)>(
-              drop)),
-      nullptr);
+  g_signal_connect(element, "section-upload", G_CALLBACK(drop), nullptr);
   gst_vantrel_initiate(element);
   const gint pesdata_sem = element->pesdata_sem;  // removed last
   stream::Multiplex multiplex;
@@ -125,8 +118,8 @@ TEST(Temi, IsNotSwitchedOnANodeThatTeardownHasClosed) {
     for (gboolean on = TRUE; !done; on = !on) element.set("enable", on);
   });
   for (int i = 0; i < 100; i++) {
-    gst_vantrel_temi_initiate(base(element));
-    gst_vantrel_destory(base(element));
+    gst_vantrel_temi_initiate(element.state());
+    gst_vantrel_destory(element.state());
     // Takes the number that the TEMI node had.
     qel_device_close("qel_demux2", qel_device_open("qel_demux2", O_RDWR));
   }

@@ -45,23 +45,14 @@ TEST(Pads, KeepTheirCapsWhenTheCodecChanges) {
   EXPECT_EQ(element.get_string("pids"), "video:2/");
 }
 
-/// Runs `act` the first time that a pad is added.
-void on_first_pad(Element& element, std::function<void()>* act) {
-  g_signal_connect(element.get(), "pad-added",
-                   G_CALLBACK(+[](GstElement*, GstPad*, std::function<void()>* once) {
-                     if (const auto run = std::exchange(*once, nullptr)) run();
-                   }),
-                   act);
-}
-
 TEST(Pads, AreMadeForAllStreamsThoughHandlersAddAndRemoveSome) {
   Element element(DMX_TYPE_LIVE);
   element.set("pids", "subtitle:1:29/video:2:2/pcr:3:0");
-  std::function<void()> act = [&] {
-    element.set("sub-pid", -1);
-    element.set("apid", 4U);
+  bool first = true;
+  const auto handler = +[](GstElement* source, GstPad*, bool* is_first) {
+    if (std::exchange(*is_first, false)) g_object_set(source, "sub-pid", -1, "apid", 4U, nullptr);
   };
-  on_first_pad(element, &act);
+  g_signal_connect(element.get(), "pad-added", G_CALLBACK(handler), &first);
   element.go(GST_STATE_PAUSED);
   EXPECT_EQ(current_caps(element.get(), "video-src"), "video/mpeg");
   EXPECT_EQ(current_caps(element.get(), "audio-src"), "audio/x-ac3");

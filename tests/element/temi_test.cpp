@@ -16,8 +16,6 @@ namespace {
 using stream::operator+;
 using stream::operator+=;
 
-GstTvBaseFilter* base_filter_of(Element& element) { return GST_TV_BASE_FILTER(element.get()); }
-
 /// Packets with descriptors in them, and what is to arrive of those.
 struct Timeline {
   /// `others`, which the receiver passes over, follow in the same extension.
@@ -49,7 +47,7 @@ std::string received(Element& element) {
 /// An element that reads TEMI.
 void start(Element& element) {
   element.go(GST_STATE_PAUSED);
-  gst_vantrel_temi_initiate(base_filter_of(element));
+  gst_vantrel_temi_initiate(element.state());
   element.set("enable", TRUE);
 }
 
@@ -76,7 +74,7 @@ TEST(TemiReader, ReadsNothingBeforeStartUpAndThenAtMostABufferAtATime) {
   Timeline timeline;
   while (timeline.written.size() < 36000)
     timeline.add(stream::af_descriptor(4, stream::counting(98)));
-  gst_vantrel_temi_initiate(base_filter_of(element));
+  gst_vantrel_temi_initiate(element.state());
   element.set("enable", TRUE);
   const int fd = element.state()->temi_fd;
   // Room for more than the element asks for, so that more can wait than it reads.
@@ -154,7 +152,7 @@ TEST(TemiReader, GetsNothingFromANodeThatWasEnabledTooEarly) {
   element.go(GST_STATE_PAUSED);
   element.set("enable", TRUE);
   EXPECT_TRUE(log.has("TEMI device was not opened"));
-  gst_vantrel_temi_initiate(base_filter_of(element));
+  gst_vantrel_temi_initiate(element.state());
   element.feed(missed.take());
   EXPECT_TRUE(eventually([&] { return log.has("poll time out"); }));
   element.set("enable", TRUE);
@@ -170,7 +168,7 @@ TEST(TemiReader, MayBeStartedFromSeveralThreadsWhileTheElementGoesDown) {
     std::vector<std::jthread> starters;
     for (int i = 0; i < 2; i++)
       starters.emplace_back([&] {
-        while (!done) gst_vantrel_temi_initiate(base_filter_of(element));
+        while (!done) gst_vantrel_temi_initiate(element.state());
       });
     for (int i = 0; i < 20; i++) {
       element.go(GST_STATE_PAUSED);
@@ -178,7 +176,7 @@ TEST(TemiReader, MayBeStartedFromSeveralThreadsWhileTheElementGoesDown) {
     }
     done = true;
     starters.clear();
-    gst_vantrel_destory(base_filter_of(element));
+    gst_vantrel_destory(element.state());
     EXPECT_EQ(open_nodes(1), 0);
     EXPECT_EQ(element.state()->temi_thread.load(), nullptr);
   });

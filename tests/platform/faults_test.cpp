@@ -119,6 +119,9 @@ class FaultyReads : public Faults {
   /// A section of 20 bytes waits on the node.
   void SetUp() override {
     ASSERT_EQ(node_.section(100), 0);
+    feed_section();
+  }
+  void feed_section() {
     static stream::Multiplex multiplex;
     const stream::Bytes data = multiplex.sections(100, {kSection});
     ASSERT_EQ(qel_receiver_feed(4, DMX_IN_FRONTEND, data.data(), data.size()), 0);
@@ -140,13 +143,20 @@ TEST_F(FaultyReads, FailedReadTakesData) {
 }
 
 TEST_F(FaultyReads, OverflowIsNotReportedOnce) {
-  ASSERT_EQ(qel_faults_set("qel_demux4 read 2 overflow\nqel_demux4 KWRX_DMX_GET_STC 1 overflow"),
-            0);
+  ASSERT_EQ(qel_faults_set("* read 2 overflow\n* KWRX_DMX_GET_STC * overflow"), 0);
   EXPECT_EQ(node_.drain(), (std::vector{20, -EOVERFLOW}));
   dmx_stc stc{};
   node_.control(KWRX_DMX_GET_STC, &stc);
   EXPECT_TRUE(node_.readable());
-  EXPECT_EQ(node_.drain(), std::vector{-EOVERFLOW});
+  feed_section();
+  EXPECT_EQ(node_.drain(), (std::vector{-EOVERFLOW, 20}));
+  feed_section();
+  node_.control(KWRX_DMX_GET_STC, &stc);
+  feed_section();
+  EXPECT_EQ(node_.drain(), (std::vector{20, -EOVERFLOW, 20}));
+  const TestNode without_buffer("qel_demux4");
+  without_buffer.control(KWRX_DMX_GET_STC, &stc);
+  EXPECT_FALSE(without_buffer.readable());
 }
 
 // The environment is read once in a process: each of these has its own.

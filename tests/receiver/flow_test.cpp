@@ -179,17 +179,6 @@ TEST_F(FlowTest, LongWaitIsNotLogged) {
   qel_log_set_sink(nullptr, nullptr);
 }
 
-TEST_F(FlowTest, EndReturnsBeforeEverythingIsRead) {
-  TestNode node = section_node(kFlowPid);
-  feed(sections_of({20, 30}));
-  Background end([] { return qel_receiver_end(0, DMX_IN_DVR); });
-  EXPECT_FALSE(end.done_within(kAWhile));
-  node.read();
-  EXPECT_FALSE(end.done_within(kAWhile));
-  node.read();
-  EXPECT_EQ(end.result(), 0);
-}
-
 TEST_F(FlowTest, EndOfOneInputWaitsForOrEndsARecordingOfTheOther) {
   TestNode record("qel_dvr0", O_RDONLY | O_NONBLOCK), filter("qel_demux0"), tap("qel_demux0");
   filter.pes(0x100, DMX_OUT_TS_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND);
@@ -201,42 +190,6 @@ TEST_F(FlowTest, EndOfOneInputWaitsForOrEndsARecordingOfTheOther) {
   EXPECT_EQ(record.read_all().size(), 6 * 188U);
   EXPECT_EQ(record.last, EAGAIN);
   tap.drain();  // so that the thread ends, if it waited
-}
-
-TEST_F(FlowTest, FlushLeavesAnEndWaiting) {
-  TestNode node = section_node(kFlowPid);
-  feed(sections_of({20}));
-  Background end([] { return qel_receiver_end(0, DMX_IN_DVR) == 0 ? 0 : errno; });
-  EXPECT_FALSE(end.done_within(kAWhile));
-  qel_receiver_set_flushing(0, DMX_IN_DVR, 1);
-  EXPECT_EQ(end.result(), ECANCELED);
-  qel_receiver_set_flushing(0, DMX_IN_DVR, 0);
-  EXPECT_EQ(node.drain(), Sizes{20});
-}
-
-TEST_F(FlowTest, SecondFeederMixesItsDataIn) {
-  TestNode node = section_node(kFlowPid, 1024);
-  Background feeder([&] { return feed(sections_of({900, 800})); });
-  ASSERT_TRUE(node.readable(20000));
-  EXPECT_EQ(feed(Bytes(188, 0x47)), EBUSY);
-  EXPECT_EQ(node.read().size(), 900U);
-  EXPECT_EQ(feeder.result(), 0);
-  EXPECT_EQ(node.drain(), Sizes{800});
-}
-
-TEST_F(FlowTest, ForcedOverflowLosesWhatWaitsOrIsToldWithoutABuffer) {
-  TestNode node("qel_demux0");
-  qel_faults_set("qel_demux0 KWRX_DMX_STOP 1 overflow");
-  node.control(KWRX_DMX_STOP);
-  EXPECT_FALSE(node.readable());
-  node.section(kFlowPid);
-  feed(sections_of({20}));
-  qel_faults_set("qel_demux0 KWRX_DMX_GET_READ_SIZE 1 overflow");
-  dmx_read_size size{};
-  node.control(KWRX_DMX_GET_READ_SIZE, &size);
-  qel_faults_set(nullptr);
-  feed(sections_of({30}));
-  EXPECT_EQ(node.drain(), (Sizes{20, -EOVERFLOW, 30}));
 }
 
 /// Nodes whose readers a fast stream wakes no more than a thousand times a second.

@@ -3,29 +3,24 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
-#include <string>
+
+#include "tests/support/ts_builder.h"
 
 namespace {
 
 using qel::receiver::append_temi;
 using qel::receiver::kPacketSize;
 using qel::receiver::Packet;
-using Bytes = std::vector<std::uint8_t>;
+using stream::Bytes;
+using stream::operator+;
 
 const Bytes kTimeline = {0x04, 3, 0x80, 1, 2};
 const Bytes kLocation = {0x05, 1, 9};
 const Bytes kBaseUrl = {0x06, 0};
 const Bytes kOther = {0x07, 2, 5, 5};
-
-Bytes operator+(Bytes left, const Bytes& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
 
 Bytes counted(const Bytes& bytes) { return Bytes{static_cast<std::uint8_t>(bytes.size())} + bytes; }
 
