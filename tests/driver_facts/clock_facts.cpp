@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "tests/driver_facts/facts.h"
+#include "tests/support/test_node.h"
 
 namespace facts {
 namespace {
@@ -19,22 +20,6 @@ std::uint64_t packets_so_far() {
   qel_pid_counters counters{};
   qel_receiver_get_pid_counters(0, DMX_IN_FRONTEND, kPesPid, &counters);
   return counters.packets;
-}
-
-/// What was passed on to the decoder of a node's filter.
-std::uint64_t units_of(const Node& node) {
-  struct Search {
-    int fd;
-    std::uint64_t units;
-  } search{node.fd(), 0};
-  qel_receiver_foreach_node(
-      0,
-      [](const qel_node_counters* counters, void* data) {
-        auto& wanted = *static_cast<Search*>(data);
-        if (counters->fd == wanted.fd) wanted.units = counters->records;
-      },
-      &search);
-  return search.units;
 }
 
 std::string yes(bool value) { return value ? "yes" : "no"; }
@@ -64,7 +49,8 @@ void clocks() {
   const std::uint64_t now = packets_so_far();
   const auto row = [&](unsigned type, std::uint64_t before, const Node& node) {
     return join_results({std::to_string(type), std::to_string(kPesPid),
-                         std::to_string(now - before), std::to_string(units_of(node))});
+                         std::to_string(now - before),
+                         std::to_string(vantrel::test::counters_of(node.fd()).records)});
   };
   fact("decoders: type pid packets starts",
        row(DMX_PES_VIDEO0, before_video, video) + ", " + row(DMX_PES_PCR0, before_clock, clock));

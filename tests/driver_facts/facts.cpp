@@ -64,9 +64,7 @@ Bytes packed(unsigned pid, const Bytes& sections) {
 }
 
 Bytes pcr(unsigned pid, std::uint64_t base) {
-  stream::Header header;
-  header.pcr = static_cast<std::int64_t>(base * 300);
-  return mux().packet(pid, {}, header);
+  return mux().packet(pid, {}, {.pcr = static_cast<std::int64_t>(base * 300)});
 }
 
 Bytes pes_packet() { return stream::pes(0xbd, 491); }

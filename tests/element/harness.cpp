@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "plugin/gstvantrel.h"
+#include "tests/support/test_node.h"
 
 namespace vantrel::testing {
 
@@ -131,10 +132,7 @@ Element::~Element() {
   gst_element_set_state(element_, GST_STATE_NULL);
   gst_object_unref(element_);
   // No test sees what another one left half assembled.
-  for (const dmx_input input : {DMX_IN_FRONTEND, DMX_IN_DVR}) {
-    qel_receiver_set_flushing(demux_id_, input, 1);
-    qel_receiver_set_flushing(demux_id_, input, 0);
-  }
+  test::flush(demux_id_);
 }
 
 void Element::go(GstState state) {

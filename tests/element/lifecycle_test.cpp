@@ -12,7 +12,7 @@
 #include "readers/temi_reader.h"
 #include "tests/element/harness.h"
 #include "tests/element/refusals.h"
-#include "tests/support/ts_builder.h"
+#include "tests/support/test_node.h"
 
 namespace vantrel::testing {
 namespace {
@@ -103,8 +103,7 @@ TEST(Dispose, OnAReaderThreadLeavesTheJoiningToAnother) {
   stream::Multiplex multiplex;
   const stream::Bytes bytes = multiplex.sections(0x50, {stream::section(0x42, 1, 60)});
   // The packet of an earlier run would make this one a repeated one.
-  qel_receiver_set_flushing(0, DMX_IN_FRONTEND, 1);
-  qel_receiver_set_flushing(0, DMX_IN_FRONTEND, 0);
+  test::flush(0);
   EXPECT_EQ(qel_receiver_feed(0, DMX_IN_FRONTEND, bytes.data(), bytes.size()), 0);
   EXPECT_TRUE(eventually([&] { return !semaphore_exists(pesdata_sem); }));
   EXPECT_EQ(open_nodes(0), 0);

@@ -15,9 +15,7 @@ constexpr std::uint64_t kFreeRun = 27'000'000 / 10;  // no clock runs on for lon
 class ClockTest : public ReceiverTest {
  protected:
   Bytes pcr(unsigned pid, std::int64_t value, bool payload = false) {
-    stream::Header header;
-    header.pcr = value;
-    return mux.packet(pid, payload ? stream::counting(100) : Bytes(), header);
+    return mux.packet(pid, payload ? stream::counting(100) : Bytes(), {.pcr = value});
   }
   /// The clock's value, or -errno.
   static std::int64_t stc(TestNode& node, unsigned number = 0) {
@@ -138,10 +136,7 @@ TEST_F(PaceTest, PacketsBeforeThePcrWaitWithIt) {
 }
 
 TEST_F(PaceTest, PacedFeedIsNotReleased) {
-  const std::function<void()> kReleases[] = {[] {
-                                               qel_receiver_set_flushing(0, DMX_IN_FRONTEND, 1);
-                                               qel_receiver_set_flushing(0, DMX_IN_FRONTEND, 0);
-                                             },
+  const std::function<void()> kReleases[] = {[] { vantrel::test::flush(0, DMX_IN_FRONTEND); },
                                              [] { qel_receiver_set_pacing(0, 0); }};
   const Bytes data = minutes();
   for (const auto& release : kReleases) {

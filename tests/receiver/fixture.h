@@ -6,7 +6,6 @@
 #include <qel/receiver.h>
 
 #include <cerrno>
-#include <utility>
 
 #include "tests/support/process.h"
 #include "tests/support/test_node.h"
@@ -21,10 +20,7 @@ class ReceiverTest : public testing::Test {
  protected:
   void SetUp() override {
     qel_receiver_set_pacing(0, 0);
-    for (const dmx_input input : {DMX_IN_FRONTEND, DMX_IN_DVR}) {
-      qel_receiver_set_flushing(0, input, 1);
-      qel_receiver_set_flushing(0, input, 0);
-    }
+    vantrel::test::flush(0);
     qel_receiver_reset_counters(0);
   }
 
@@ -56,15 +52,7 @@ class ReceiverTest : public testing::Test {
     return counters;
   }
   static qel_node_counters node_counters(const TestNode& node) {
-    std::pair<int, qel_node_counters> found{node.fd(), {}};
-    qel_receiver_foreach_node(
-        0,
-        [](const qel_node_counters* counters, void* data) {
-          auto& wanted = *static_cast<std::pair<int, qel_node_counters>*>(data);
-          if (counters->fd == wanted.first) wanted.second = *counters;
-        },
-        &found);
-    return found.second;
+    return vantrel::test::counters_of(node.fd());
   }
 
   stream::Multiplex mux;

@@ -56,12 +56,7 @@ const Release kReleases[] = {
     {"start", [](TestNode& node) { node.control(KWRX_DMX_START); }, 0},
     {"close", [](TestNode& node) { node.close(); }, 0, true},
     {"another filter", [](TestNode& node) { node.section(0x1000); }, 0, true},
-    {"flush",
-     [](TestNode&) {
-       qel_receiver_set_flushing(0, DMX_IN_DVR, 1);
-       qel_receiver_set_flushing(0, DMX_IN_DVR, 0);
-     },
-     ECANCELED},
+    {"flush", [](TestNode&) { vantrel::test::flush(0, DMX_IN_DVR); }, ECANCELED},
 };
 
 TEST_F(FlowTest, WaitingFeedIsNotReleased) {

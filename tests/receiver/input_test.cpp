@@ -92,9 +92,7 @@ TEST_F(InputTest, FlushLeavesTheInputOutOfStepOrHalfASection) {
 }
 
 TEST_F(InputTest, CountersMissOrDoubleWhatTheyCount) {
-  stream::Header error, scrambled;
-  error.transport_error = true;
-  scrambled.scrambling = stream::kScrambled;
+  const stream::Header error{.transport_error = true}, scrambled{.scrambling = stream::kScrambled};
   feed(mux.packet(kInputPid, stream::counting(184)));
   feed(mux.packet(kInputPid, stream::counting(184), scrambled));
   feed(mux.packet(kInputPid, stream::counting(184), error));

@@ -46,8 +46,7 @@ TEST_F(PesTest, EndWithoutStuffingIsNotedOnlyWithTheNextPesPacket) {
 
 TEST_F(PesTest, StartWithoutBytesEndsThePesPacket) {
   TestNode tap = tap_node(kPesPid);
-  stream::Header start;
-  start.unit_start = true;
+  const stream::Header start{.unit_start = true};
   Bytes empty = mux.packet(kPesPid, stream::counting(1), start);
   constexpr std::size_t kFieldLength = 4;
   empty[kFieldLength] = 183;  // up to the packet's end
@@ -73,8 +72,7 @@ TEST_F(PesTest, PacketsWithoutPayloadGiveBytes) {
 TEST_F(PesTest, HeaderCutByAPacketEndHidesTheLength) {
   TestNode tap = tap_node(kPesPid);
   const Bytes whole = pes(kAudio, 100);
-  stream::Header start;
-  start.unit_start = true;
+  const stream::Header start{.unit_start = true};
   feed(mux.packet(kPesPid, stream::slice(whole, 0, 2), start));
   feed(mux.packet(kPesPid, stream::slice(whole, 2, 3)));
   feed(mux.packet(kPesPid, stream::slice(whole, 5, 60)));
@@ -140,9 +138,7 @@ TEST_F(PesTest, ScrambledPayloadReachesATapOrMissesARecording) {
   TestNode tap("qel_demux0"), recorded("qel_demux0"), record("qel_dvr0", O_RDONLY | O_NONBLOCK);
   tap.pes(kPesPid, DMX_OUT_TAP);
   recorded.pes(kPesPid, DMX_OUT_TS_TAP);
-  stream::Header scrambled;
-  scrambled.unit_start = true;
-  scrambled.scrambling = stream::kScrambled;
+  const stream::Header scrambled{.unit_start = true, .scrambling = stream::kScrambled};
   const Bytes packet = mux.packet(kPesPid, stream::counting(184), scrambled);
   feed(packet);
   feed(mux.unit(kPesPid, pes(kAudio, 50)));

@@ -71,8 +71,7 @@ TEST_F(SectionTest, AnnouncedDiscontinuityIsCountedAsAnError) {
   TestNode node = section_node(kSectionPid);
   feed(mux.sections(kSectionPid, {section(0x42, 1, 20)}));
   mux.skip(kSectionPid, 5);
-  stream::Header header;
-  header.unit_start = header.discontinuity = true;
+  const stream::Header header{.unit_start = true, .discontinuity = true};
   feed(mux.packet(kSectionPid, Bytes{0} + section(0x42, 1, 30), header));
   mux.skip(kSectionPid, 5);
   feed(mux.sections(kSectionPid, {section(0x42, 1, 40)}));

@@ -39,9 +39,7 @@ class Filters {
         buffer_size_(buffer_size),
         random_(seed) {
     qel_receiver_set_pacing(demux, 0);
-    // Fresh inputs.
-    qel_receiver_set_flushing(demux, input, 1);
-    qel_receiver_set_flushing(demux, input, 0);
+    vantrel::test::flush(demux, input);
     const std::string number = std::to_string(demux);
     add("qel_dvr" + number);
     add(demux == 0 ? "vdec0" : "vdec1");

@@ -102,8 +102,7 @@ TEST(ReceiverFuzz, NoiseComesOutAsData) {
   qel_receiver_set_pacing(2, 0);
   for (unsigned seed = 1; seed <= 10; ++seed) {
     SCOPED_TRACE(seed);
-    qel_receiver_set_flushing(2, DMX_IN_FRONTEND, 1);
-    qel_receiver_set_flushing(2, DMX_IN_FRONTEND, 0);
+    vantrel::test::flush(2, DMX_IN_FRONTEND);
     qel_receiver_reset_counters(2);
     Random random(seed);
     fuzz::RandomStream source(seed, {.flipped_bit = 5, .lost = 30, .repeated = 30});

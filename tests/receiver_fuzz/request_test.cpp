@@ -247,8 +247,7 @@ void disturb_until(const std::atomic<bool>& stop, unsigned seed) {
     qel_input_counters counters;
     switch (random.below(7)) {
       case 0:
-        qel_receiver_set_flushing(demux, input, 1);
-        qel_receiver_set_flushing(demux, input, 0);
+        vantrel::test::flush(demux, input);
         break;
       case 1:
         std::free(qel_receiver_describe(demux));

@@ -88,4 +88,23 @@ bool TestNode::readable(int milliseconds) const {
   return poll(&entry, 1, milliseconds) == 1 && (entry.revents & POLLIN) != 0;
 }
 
+qel_node_counters counters_of(int fd) {
+  std::pair<int, qel_node_counters> found{fd, {}};
+  const auto compare = [](const qel_node_counters* counters, void* data) {
+    auto& wanted = *static_cast<std::pair<int, qel_node_counters>*>(data);
+    if (counters->fd == wanted.first) wanted.second = *counters;
+  };
+  qel_receiver_foreach_node(0, compare, &found);
+  return found.second;
+}
+
+void flush(unsigned demux, dmx_input input) {
+  qel_receiver_set_flushing(demux, input, 1);
+  qel_receiver_set_flushing(demux, input, 0);
+}
+
+void flush(unsigned demux) {
+  for (const dmx_input input : {DMX_IN_FRONTEND, DMX_IN_DVR}) flush(demux, input);
+}
+
 }  // namespace vantrel::test

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <qel/device.h>
 #include <qel/dmx.h>
+#include <qel/receiver.h>
 
 #include <string>
 #include <vector>
@@ -48,5 +49,12 @@ class TestNode {
   int fd_;
   bool open_;
 };
+
+/// What the receiver has counted for a node of demux 0.
+qel_node_counters counters_of(int fd);
+
+/// Begins an input, or both, of a demux afresh.
+void flush(unsigned demux, dmx_input input);
+void flush(unsigned demux);
 
 }  // namespace vantrel::test
