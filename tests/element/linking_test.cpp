@@ -43,7 +43,7 @@ GstEvent* stream_start(const char* id, guint group_id) {
 /// One that the framework's own counting does not come to.
 constexpr guint kUpstreamsGroup = 0x7FFFFFF0;
 
-TEST(StreamStart, PutsAllPadsOfAnElementIntoOneGroup) {
+TEST(StreamStart, PutsAllPadsOfAnElementIntoOneGroupUnderItsName) {
   Element element(DMX_TYPE_LIVE);
   Upstream upstream(element.get());
   const auto expect_one_group = [&] {
@@ -59,8 +59,10 @@ TEST(StreamStart, PutsAllPadsOfAnElementIntoOneGroup) {
   const guint own = expect_one_group();
   upstream.send(stream_start("first", kUpstreamsGroup));
   EXPECT_EQ(expect_one_group(), kUpstreamsGroup);
+  EXPECT_EQ(stream_id_of(element.get(), "video-src"), "first/video-src");
   element.set("ttx-pid", 3);
   upstream.send(stream_start("second", 0));
+  EXPECT_EQ(stream_id_of(element.get(), "audio-src"), "second/audio-src");
   element.set("ad-pid", 4U);
   EXPECT_NE(expect_one_group(), kUpstreamsGroup);
   EXPECT_EQ(group_of(element.get(), "audio-description-src"), expect_one_group());
@@ -69,18 +71,6 @@ TEST(StreamStart, PutsAllPadsOfAnElementIntoOneGroup) {
   element.set("ttx-pid", 3);
   element.go(GST_STATE_PAUSED);
   EXPECT_NE(expect_one_group(), own);
-}
-
-TEST(StreamStart, NamesTheStreamThatPassesAndNotTheOneBefore) {
-  Element element(DMX_TYPE_LIVE);
-  Upstream upstream(element.get());
-  element.set("pids", "video:1:3/audio:2:9");
-  element.go(GST_STATE_PLAYING);
-  for (const char* id : {"first", "second"}) {
-    upstream.send(stream_start(id, gst_util_group_id_next()));
-    EXPECT_EQ(stream_id_of(element.get(), "video-src"), std::string(id) + "/video-src");
-    EXPECT_EQ(stream_id_of(element.get(), "audio-src"), std::string(id) + "/audio-src");
-  }
 }
 
 /// A pad whose stream has gone gets upstream's events as every pad does. A

@@ -99,13 +99,6 @@ TEST(Device, ForeignDescriptorsMissTheSystemCallOrAreClosed) {
   EXPECT_NE(fcntl(reader.get(), F_GETFD), -1);
 }
 
-TEST(Device, RequestHeldInASignedNumberIsUnknown) {
-  const TestNode node("qel_temi0");
-  dmx_read_size size{};
-  const int request = static_cast<int>(KWRX_DMX_GET_READ_SIZE);
-  EXPECT_EQ(qel_device_ioctl(node.fd(), static_cast<unsigned long>(request), &size), 0);
-}
-
 TEST(Device, CloseLeavesOtherThreadsInTheirReads) {
   for (int round = 0; round < 100; ++round) {
     TestNode node("qel_demux0", O_RDWR);
