@@ -279,6 +279,19 @@ TEST_F(Feed, BufferThatWaitsForRoomIsNotReleased) {
   }
 }
 
+TEST_F(Feed, FlushLetsHalfASectionThrough) {
+  FullNode node;
+  run(1, kLive, GST_STATE_PLAYING);
+  const Bytes whole = FullNode::sections(1);
+  push({whole.begin(), whole.begin() + 100});
+  flush_start();
+  flush_stop();
+  push({whole.begin() + 100, whole.end()});
+  EXPECT_EQ(node.read(), 0U);
+  push(whole);
+  EXPECT_EQ(node.read(), 150U);
+}
+
 TEST_F(Feed, InputOfAnotherFeederIsFlushedOrEnded) {
   FullNode node;
   Background other([] {

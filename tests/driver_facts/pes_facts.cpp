@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
+#include <sys/ioctl.h>
+
 #include "tests/driver_facts/facts.h"
 #include "tests/support/process.h"
 
@@ -6,10 +8,6 @@ namespace facts {
 namespace {
 
 using stream::kPacketSize;
-
-constexpr unsigned long kGetPesPids = 0x800A6F2F;
-constexpr unsigned long kAddPid = 0x40026F33;
-constexpr unsigned long kRemovePid = 0x40026F34;
 
 Bytes pes_packets(unsigned pid = kPesPid) { return mux().unit(pid, pes_packet()); }
 
@@ -82,10 +80,10 @@ void tsdemux_taps(Node& node, Node& other, Node& record) {
   fact("pes.output tsdemux-tap: reads, dvr reads", {node.drain(), record.drain()});
   std::uint16_t pid = kPesPid + 2;
   fact("pes.tsdemux-tap add-pid; on ts-tap",
-       {node.control(kAddPid, &pid), other.control(kAddPid, &pid)});
+       {node.control(DMX_ADD_PID, &pid), other.control(DMX_ADD_PID, &pid)});
   feed(pes_packets() + mux().unit(kPesPid + 2, slice(pes_packet(), 0, 184)));
   fact("pes.tsdemux-tap add-pid: reads; remove-pid",
-       {node.drain(), node.control(kRemovePid, &pid)});
+       {node.drain(), node.control(DMX_REMOVE_PID, &pid)});
 }
 
 void types(Node& first, Node& second) {
@@ -112,7 +110,7 @@ void types(Node& first, Node& second) {
 
 std::string pes_pids(Node& node) {
   std::array<std::uint16_t, 5> pids{};
-  std::string text = node.control(kGetPesPids, pids.data());
+  std::string text = node.control(DMX_GET_PES_PIDS, pids.data());
   for (const unsigned pid : pids) text += " " + std::to_string(pid);
   return text;
 }

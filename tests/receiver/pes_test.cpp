@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
+#include <sys/ioctl.h>
+
 #include "tests/receiver/fixture.h"
 
 namespace {
@@ -147,21 +149,20 @@ TEST_F(PesTest, ScrambledPayloadReachesATapOrMissesARecording) {
 }
 
 TEST_F(PesTest, PacketTapMissesAnAddedPidOrKeepsARemovedOne) {
-  constexpr unsigned long kAddPid = 0x40026F33, kRemovePid = 0x40026F34;
   std::uint16_t pid = kPesPid + 1;
   TestNode tap("qel_demux0"), other("qel_demux0");
   tap.pes(kPesPid, DMX_OUT_TSDEMUX_TAP);
   other.pes(kPesPid, DMX_OUT_TS_TAP);
-  EXPECT_EQ(other.control(kAddPid, &pid), -EINVAL);
-  EXPECT_EQ(tap.control(kAddPid, &pid), 0);
-  EXPECT_EQ(tap.control(kAddPid, &pid), 0);
+  EXPECT_EQ(other.control(DMX_ADD_PID, &pid), -EINVAL);
+  EXPECT_EQ(tap.control(DMX_ADD_PID, &pid), 0);
+  EXPECT_EQ(tap.control(DMX_ADD_PID, &pid), 0);
   const auto round = [&] {
     feed(mux.packet(kPesPid, stream::counting(184)));
     feed(mux.packet(kPesPid + 1, stream::counting(184)));
     return tap.read_all().size();
   };
   EXPECT_EQ(round(), 2U * 188);
-  EXPECT_EQ(tap.control(kRemovePid, &pid), 0);
+  EXPECT_EQ(tap.control(DMX_REMOVE_PID, &pid), 0);
   EXPECT_EQ(round(), 188U);
 }
 
