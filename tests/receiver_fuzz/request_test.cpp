@@ -349,7 +349,8 @@ TEST(ReceiverFuzz, RequestsOfSeveralThreadsHangCrashOrLeak) {
     if (seed == 2) qel_trace_set_callback(count, &traced, 1);
     vantrel::test::within_limit([seed] { storm(seed); }, std::chrono::seconds(150));
     qel_trace_set_callback(nullptr, nullptr, 0);
-    EXPECT_EQ(open_descriptors(), before);
+    // A thread of the receiver's may hold a node a moment longer.
+    EXPECT_TRUE(vantrel::test::eventually([before] { return open_descriptors() == before; }));
     for (unsigned demux = 0; demux < kDemuxes; ++demux) {
       EXPECT_EQ(qel_receiver_foreach_node(
                     demux, [](const qel_node_counters*, void*) {}, nullptr),
