@@ -12,6 +12,16 @@ cd "$(dirname "$0")/.." || exit 1
 
 ./scripts/setup.sh || exit 1
 
+# One test has Prometheus read the metrics of the receiver. Its package would start a
+# service, so it is only unpacked; where it cannot be had, the test skips.
+prometheus=$PWD/build/prometheus
+if ! command -v prometheus >/dev/null && [ ! -x "$prometheus/usr/bin/prometheus" ]; then
+  mkdir -p "$prometheus"
+  (cd "$prometheus" && apt-get download prometheus && dpkg-deb -x prometheus_*.deb .) \
+    >/dev/null 2>&1 || echo "prometheus cannot be had: its test will be skipped"
+fi
+export PATH=$PATH:$prometheus/usr/bin
+
 # A loader that places libraries at random can take addresses that the thread
 # sanitizer needs.
 fixed_addresses=()
