@@ -70,7 +70,7 @@ class InputFeed {
   std::condition_variable changed_;
   FeedTarget target_;
   unsigned closed_ = kStopped;  // reasons why nothing passes
-  bool starting_ = false;  // start runs
+  bool starting_ = false;       // start runs
   bool started_ = false;
   bool first_passed_ = false;  // the DVR input has got its first data
   bool in_receiver_ = false;   // the streaming thread is in a call below

@@ -90,13 +90,14 @@ Result record(Input& input, const Psi& psi, const Selection& selection,
   Session session(input, Session::Mode::kRecord);
   const std::set<unsigned> named = named_pids(options);
   PidWatch watch(input, named, options.seconds);
-  Follower follower(
-      input.packet_size(), psi, options.all ? std::vector<unsigned>() : selection.services,
-      selection.pids,
-      [&](unsigned pid) { g_object_set(session.demux(), "other-pid", pid, nullptr); });
+  std::optional<Follower> follower;
+  if (!options.all && !selection.services.empty())
+    follower.emplace(
+        input.packet_size(), psi, selection.services, selection.pids,
+        [&](unsigned pid) { g_object_set(session.demux(), "other-pid", pid, nullptr); });
   session.on_feed([&](auto data) {
     watch.add(data);
-    follower.add(data);
+    if (follower) follower->add(data);
   });
   NodeReader node("qel_dvr0", [&](std::string_view bytes) {
     output->write(pat != nullptr ? std::string_view(pat->add(bytes)) : bytes);
@@ -113,7 +114,7 @@ Result record(Input& input, const Psi& psi, const Selection& selection,
   node.close();
   output->finish();
   watch.finish();
-  return {watch.rates().seconds(), lost, follower.added()};
+  return {watch.rates().seconds(), lost, follower ? follower->added() : std::set<unsigned>()};
 }
 
 void print_result(const Output& output, const Selection& selection, const Result& result,
