@@ -56,6 +56,21 @@ def own_stream():
     return path
 
 
+def stored(name, packets):
+    """The planned packets as a file."""
+    path = temporary(name)
+    with open(path, "wb") as file:
+        file.write(b"".join(broken_stream.write(packets)))
+    return path
+
+
+def change_pmt(packets, begin, body):
+    """PMTs from a packet on say something else."""
+    section = broken_stream.section(0x02, 1, body)
+    for i in broken_stream.of(packets, broken_stream.PMT, begin, len(packets)):
+        packets[i] = broken_stream.table(broken_stream.PMT, section)
+
+
 def png_size(path):
     with open(path, "rb") as file:
         head = file.read(24)
@@ -194,13 +209,9 @@ class Inputs(unittest.TestCase):
 
     def test_are_played_by_the_tables_of_their_beginning(self):
         packets = broken_stream.plan()
-        later = broken_stream.section(
-            0x02, 1, b"\xe3\x00\xf0\x00\x02\xe3\x00\xf0\x00\x03\xe3\x01\xf0\x00")
-        for i in broken_stream.of(packets, broken_stream.PMT, 2000, len(packets)):
-            packets[i] = broken_stream.table(broken_stream.PMT, later)
-        path = temporary("pids-change.ts")
-        with open(path, "wb") as file:
-            file.write(b"".join(broken_stream.write(packets)))
+        change_pmt(packets, 2000,
+                   b"\xe3\x00\xf0\x00\x02\xe3\x00\xf0\x00\x03\xe3\x01\xf0\x00")
+        path = stored("pids-change.ts", packets)
         recorded = temporary("pids-before.ts")
         report("record", "-s", "1", "-o", recorded, path)
         pids = {row["pid"] for row in report("scan", recorded)["pids"]}
@@ -219,9 +230,7 @@ class Inputs(unittest.TestCase):
             packet.pid = moved.get(packet.pid, packet.pid)
             if packet.pid in tables:
                 packet.payload = b"\0" + tables[packet.pid]
-        path, recorded = temporary("moves.ts"), temporary("followed.ts")
-        with open(path, "wb") as file:
-            file.write(b"".join(broken_stream.write(packets)))
+        path, recorded = stored("moves.ts", packets), temporary("followed.ts")
         result = report("record", "-s", "1", "-o", recorded, path)
         self.assertEqual(result["added_pids"], sorted(moved.values()))
         with open(recorded, "rb") as file:
@@ -390,13 +399,9 @@ class Watching(unittest.TestCase):
 
     def test_says_what_is_not_decoded(self):
         packets = broken_stream.plan(2)
-        other = broken_stream.section(
-            0x02, 1, b"\xe1\x00\xf0\x00\x10\xe1\x00\xf0\x00\x03\xe1\x01\xf0\x00")
-        for i in broken_stream.of(packets, broken_stream.PMT, 0, len(packets)):
-            packets[i] = broken_stream.table(broken_stream.PMT, other)
-        path = temporary("mpeg4.ts")
-        with open(path, "wb") as file:
-            file.write(b"".join(broken_stream.write(packets)))
+        change_pmt(packets, 0,
+                   b"\xe1\x00\xf0\x00\x10\xe1\x00\xf0\x00\x03\xe1\x01\xf0\x00")
+        path = stored("mpeg4.ts", packets)
         result = run("watch", path, env=self.SINKS, text=True)
         self.assertIn("MPEG-1 audio; MPEG-4 video is not decoded here", result.stderr)
 
