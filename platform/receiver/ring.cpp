@@ -36,6 +36,23 @@ vantrel::UniqueFD make_event() {
 
 }  // namespace
 
+/// mutex_, taken. Once it is let go of, the descriptor shows what has changed.
+class Ring::Change {
+ public:
+  explicit Change(Ring& ring) : lock(ring.mutex_), ring_(ring) {}
+  ~Change() {
+    lock.unlock();
+    ring_.show();
+  }
+  Change(const Change&) = delete;
+  Change& operator=(const Change&) = delete;
+
+  std::unique_lock<std::mutex> lock;
+
+ private:
+  Ring& ring_;
+};
+
 Ring::Ring(Shape shape, std::size_t size, WakeSoon wake_soon)
     : shape_(shape), wake_soon_(std::move(wake_soon)), event_(make_event()), size_(size) {}
 
@@ -64,13 +81,14 @@ bool Ring::put(const std::uint8_t* data, std::size_t count) {
 }
 
 void Ring::publish(bool may_wait, Clock::time_point now) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Change change(*this);
   if (committed_ != published_) {
     available_ += static_cast<std::size_t>(committed_ - published_);
     published_ = committed_;
     for (const std::uint32_t length : lengths_to_publish_) lengths_.push(length);
     lengths_to_publish_.clear();
     ended_ = false;
+    empty_ = false;
   }
   if (overflowed_) mark_overflow(overflowed_at_);
   overflowed_ = false;
@@ -79,14 +97,14 @@ void Ring::publish(bool may_wait, Clock::time_point now) {
 
 /// True where the reader sleeps on, and will be woken soon.
 bool Ring::put_off_wake(Clock::time_point now) {
-  if (wake_ == Wake::kAtOnce || signalled_ || overflow_waits_) return false;
+  if (wake_ == Wake::kAtOnce || readable_ || overflow_waits_) return false;
   if (available_ >= size_ / kPartToWakeAt) return false;
   if (!late_ && now - woken_ < kBetweenWakes) late_ = wake_comes_ = wake_comes_ || wake_soon_();
   return late_;
 }
 
 void Ring::wake() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Change change(*this);
   wake_comes_ = false;
   if (late_) signal();
 }
@@ -95,12 +113,12 @@ int Ring::allocate(std::size_t size) {
   constexpr std::size_t kAlignment = 64;
   Mapping memory((size + kAlignment - 1) / kAlignment * kAlignment);
   if (!memory.bytes()) return -ENOMEM;
-  std::unique_lock<std::mutex> lock(mutex_);
-  wait_for_copy(lock);
-  forget();
+  Change change(*this);
+  wait_for_copy(change.lock);
   memory_ = std::move(memory);
   size_ = size;
   exists_ = true;
+  forget();
   return 0;
 }
 
@@ -113,8 +131,8 @@ void Ring::set_ways(Shape shape, Wake wake) {
 }
 
 void Ring::discard() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  wait_for_copy(lock);
+  Change change(*this);
+  wait_for_copy(change.lock);
   forget();
 }
 
@@ -147,6 +165,7 @@ bool Ring::wait_until_read(std::unique_lock<FairMutex>& demux, std::uint64_t tar
   std::unique_lock<std::mutex> lock(mutex_);
   const std::uint64_t releases = releases_;
   if (late_) signal();
+  show();
   // Both locks are held here: a release that comes now finds the wait begun.
   demux.unlock();
   const bool done = room_.wait_for(lock, limit, [&] {
@@ -158,9 +177,10 @@ bool Ring::wait_until_read(std::unique_lock<FairMutex>& demux, std::uint64_t tar
 }
 
 ssize_t Ring::read(void* buffer, std::size_t size, bool blocking) {
-  std::unique_lock<std::mutex> lock(mutex_);
+  if (!blocking && size > 0 && empty_) return -EAGAIN;
+  Change change(*this);
   for (;;) {
-    wait_for_copy(lock);
+    wait_for_copy(change.lock);
     if (closed_) return -EBADF;
     if (size == 0 || !exists_) return 0;
     if (overflow_due()) {
@@ -169,7 +189,7 @@ ssize_t Ring::read(void* buffer, std::size_t size, bool blocking) {
       signal();
       return -EOVERFLOW;
     }
-    if (available_ > 0) return static_cast<ssize_t>(take(buffer, size, lock));
+    if (available_ > 0) return static_cast<ssize_t>(take(buffer, size, change.lock));
     if (timed_out_) {
       timed_out_ = false;
       signal();
@@ -177,7 +197,7 @@ ssize_t Ring::read(void* buffer, std::size_t size, bool blocking) {
     }
     if (ended_) return 0;
     if (!blocking) return -EAGAIN;
-    data_.wait(lock);
+    data_.wait(change.lock);
   }
 }
 
@@ -236,26 +256,26 @@ bool Ring::overflow_due() const {
 }
 
 void Ring::force_overflow() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Change change(*this);
   if (!exists_) return;  // reads give 0, whatever is marked
   mark_overflow(consumed_.load(std::memory_order_relaxed) + available_);
   signal();
 }
 
 void Ring::time_out() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Change change(*this);
   timed_out_ = true;
   signal();
 }
 
 void Ring::end() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Change change(*this);
   ended_ = true;
   signal();
 }
 
 void Ring::close() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const Change change(*this);
   closed_ = true;
   signal();
   room_.notify_all();
@@ -267,18 +287,30 @@ void Ring::release() {
   room_.notify_all();
 }
 
+/// To be called when that has changed which makes a read give something.
 void Ring::signal() {
   const bool readable = available_ > 0 || overflow_waits_ || timed_out_ || ended_ || closed_;
   late_ = false;
-  if (readable == signalled_) return;
-  signalled_ = readable;
-  eventfd_t value;
-  if (readable) {
-    if (wake_ == Wake::kModerated) woken_ = Clock::now();
-    eventfd_write(event_.get(), 1);
-    data_.notify_all();
-  } else {
-    eventfd_read(event_.get(), &value);
+  empty_ = exists_ && !readable;
+  if (readable == readable_) return;
+  readable_ = readable;
+  if (!readable) return;
+  if (wake_ == Wake::kModerated) woken_ = Clock::now();
+  data_.notify_all();
+}
+
+/// Of two that come here at once, the one who sees the other's change makes it.
+void Ring::show() {
+  if (readable_ == shown_) return;
+  const std::lock_guard<std::mutex> lock(event_mutex_);
+  for (bool readable = readable_; readable != shown_; readable = readable_) {
+    shown_ = readable;
+    eventfd_t value;
+    if (readable) {
+      eventfd_write(event_.get(), 1);
+    } else {
+      eventfd_read(event_.get(), &value);
+    }
   }
 }
 

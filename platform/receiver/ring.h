@@ -31,7 +31,9 @@ namespace qel::receiver {
 ///
 ///   writer side: the lock of the demux that feeds the ring;
 ///   mutex_:      what reader and writer share. Taken under the demux's lock,
-///                never the other way round.
+///                never the other way round;
+///   event_mutex_: what the descriptor shows. Mostly taken alone: who is woken by the
+///                descriptor should not find mutex_ taken by the one who wakes.
 class Ring {
  public:
   using Clock = std::chrono::steady_clock;
@@ -120,6 +122,8 @@ class Ring {
   bool touched = false;
 
  private:
+  class Change;
+
   [[nodiscard]] std::size_t used() const {
     return static_cast<std::size_t>(produced_ - consumed_.load(std::memory_order_acquire));
   }
@@ -130,7 +134,11 @@ class Ring {
   std::size_t take(void* buffer, std::size_t size, std::unique_lock<std::mutex>& lock);
   void copy_out(std::uint8_t* buffer, std::size_t count) const;
   void signal();
+  void show();
   void forget();
+
+  // What the feeder writes with each packet and what the reader writes lie apart.
+  static constexpr std::size_t kCacheLine = 64;
 
   Shape shape_;  // written under both locks
   const WakeSoon wake_soon_;
@@ -148,7 +156,7 @@ class Ring {
   std::vector<std::uint32_t> lengths_to_publish_;
   Counters counters_;
 
-  mutable std::mutex mutex_;
+  alignas(kCacheLine) mutable std::mutex mutex_;
   std::condition_variable data_;            // mutex_; the reader waits
   std::condition_variable room_;            // mutex_; the writer waits
   std::atomic<std::uint64_t> consumed_{0};  // written under mutex_
@@ -164,14 +172,17 @@ class Ring {
   std::uint64_t overflow_at_ = 0;           // mutex_; this position
   std::uint64_t overflows_ = 0;             // mutex_; times told
   Wake wake_ = Wake::kModerated;            // mutex_
-  bool signalled_ = false;                  // mutex_; event_ is readable
-  bool late_ = false;                       // mutex_; it is not yet, and will be soon
+  std::atomic<bool> empty_{false};          // written under mutex_; a read gives -EAGAIN
+  std::atomic<bool> readable_{false};       // written under mutex_; event_ is to be readable
+  std::atomic<bool> shown_{false};          // written under event_mutex_; it is
+  bool late_ = false;                       // mutex_; it is not to be yet, and will be soon
   bool wake_comes_ = false;                 // mutex_; wake() will be called
-  Clock::time_point woken_;                 // mutex_; when event_ became readable
+  Clock::time_point woken_;                 // mutex_; when readable_ became true
   std::uint64_t releases_ = 0;              // mutex_
   /// A reader copies, without mutex_: what it copies, and memory_, stay meanwhile.
   bool copying_ = false;            // mutex_
   std::condition_variable copied_;  // mutex_; others wait for the copy's end
+  std::mutex event_mutex_;          // none is taken under it
 };
 
 // Once per packet, all of these.
