@@ -60,11 +60,13 @@ int Feeder::feed(const std::uint8_t* data, std::size_t size) {
   return cancelled() ? -ECANCELED : 0;
 }
 
-/// Goes on with what was left of the call before; gives the bytes of `data`
-/// that are done with.
+/// Goes on with what was left of the call before: a packet in sync gets its rest, all
+/// else as much as is looked at to find sync. Gives the bytes of `data` that are done with.
 std::size_t Feeder::feed_carried(const std::uint8_t* data, std::size_t size) {
   const std::size_t before = input_.carried;
-  const std::size_t added = std::min(size, input_.carry.size() - before);
+  const bool in_sync = input_.sync.locked() && input_.carry[0] == kSyncByte && before < kPacketSize;
+  const std::size_t whole = in_sync ? kPacketSize : input_.carry.size();
+  const std::size_t added = std::min(size, whole - before);
   std::memcpy(input_.carry.data() + before, data, added);
   const std::size_t done = run(input_.carry.data(), before + added, before);
   if (cancelled()) return 0;
@@ -107,18 +109,24 @@ std::size_t Feeder::run(const std::uint8_t* data, std::size_t size, std::size_t 
         input_.gap = at - size;
         at = size;
       }
-      next_batch();
+      watch_pace();
+      if (size - at >= kPacketSize) next_batch();
     }
   }
   return at;
 }
 
-/// Shows readers what there is, and lets others have the demux for a moment.
-void Feeder::next_batch() {
-  demux_.publish(lossless());
+/// Has another PID set the pace where the one that did has no PCR for long.
+void Feeder::watch_pace() {
   if (input_.pacer.pid() && ++input_.batches_without_pcr > kBatchesWithoutPcr) {
     demux_.restart_pacing(input_);
   }
+}
+
+/// Between batches: shows readers what there is, and lets others have the demux for
+/// a moment.
+void Feeder::next_batch() {
+  demux_.publish(lossless());
   lock_.unlock();
   lock_.lock();
 }
