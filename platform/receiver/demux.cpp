@@ -11,10 +11,8 @@
 namespace qel::receiver {
 namespace {
 
-// Of the header as one number: the adaptation field's bit, and bits of the
-// sync byte, which every packet has.
-constexpr std::uint32_t kPacketsWithAdaptation = 0x20;
-constexpr std::uint32_t kEveryPacket = 0x47000000;
+constexpr std::uint32_t kPacketsWithAdaptation = header_bits::kAdaptation;
+constexpr std::uint32_t kEveryPacket = 0x47000000;  // bits of the sync byte
 
 bool pacing_at_first() {
   const char* pace = std::getenv("QEL_PACE");

@@ -137,15 +137,15 @@ bool Feeder::to_only(const Packet& packet, const Route& route) {
   return true;
 }
 
-/// More of a PID to its only filter, which has just taken a packet. Gives the
-/// number of packets it takes at once.
+/// More of a PID to its only filter. Gives the number of packets it takes at once.
 std::size_t Feeder::to_only(const Run& run, const Route& route) {
   FilterNode& filter = *route.only;
   if (route.record.empty()) return pes_to_only(run, filter);
   if (!demux_.record) return 0;
   Ring& ring = demux_.record->ring;
-  const std::size_t count = append_run<0>(run, ring, run.count);
+  const std::size_t count = append_run<kPacketSize>(run, ring, run.count, copy_packets);
   ring.commit(count);
+  demux_.touch(ring);
   filter.passed_on.records += count;
   filter.passed_on.bytes += count * kPacketSize;
   return count;

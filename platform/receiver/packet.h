@@ -13,6 +13,17 @@ inline constexpr unsigned kNullPid = 0x1fff;
 /// As the PID of a PES filter: all packets.
 inline constexpr unsigned kAllPids = 0x2000;
 
+/// Bits of a packet's first four bytes, as one number.
+namespace header_bits {
+inline constexpr std::uint32_t kSync = 0xff000000;
+inline constexpr std::uint32_t kTransportError = 0x800000;
+inline constexpr std::uint32_t kUnitStart = 0x400000;
+inline constexpr std::uint32_t kScrambled = 0xc0;
+inline constexpr std::uint32_t kAdaptation = 0x20;
+inline constexpr std::uint32_t kPayload = 0x10;
+inline constexpr std::uint32_t kCounter = 0xf;
+}  // namespace header_bits
+
 inline std::uint32_t load_be32(const std::uint8_t* bytes) {
   std::uint32_t value;
   std::memcpy(&value, bytes, sizeof value);
@@ -26,13 +37,15 @@ class Packet {
 
   [[nodiscard]] const std::uint8_t* bytes() const { return bytes_; }
   [[nodiscard]] unsigned pid() const { return (header_ >> 8) & 0x1fff; }
-  [[nodiscard]] bool unit_start() const { return header_ & 0x400000; }
-  [[nodiscard]] bool scrambled() const { return header_ & 0xc0; }
-  [[nodiscard]] bool has_adaptation() const { return header_ & 0x20; }
-  [[nodiscard]] bool has_payload() const { return header_ & 0x10; }
-  [[nodiscard]] unsigned counter() const { return header_ & 0xf; }
+  [[nodiscard]] bool unit_start() const { return header_ & header_bits::kUnitStart; }
+  [[nodiscard]] bool scrambled() const { return header_ & header_bits::kScrambled; }
+  [[nodiscard]] bool has_adaptation() const { return header_ & header_bits::kAdaptation; }
+  [[nodiscard]] bool has_payload() const { return header_ & header_bits::kPayload; }
+  [[nodiscard]] unsigned counter() const { return header_ & header_bits::kCounter; }
   /// True where the adaptation field is there and long enough to have flags.
   [[nodiscard]] bool has_flags() const { return has_adaptation() && bytes_[4] > 0; }
+  /// True where the adaptation field does more than fill the packet up.
+  [[nodiscard]] bool is_flagged() const { return has_flags() && bytes_[5] != 0; }
   [[nodiscard]] bool discontinuity() const { return has_flags() && (bytes_[5] & 0x80); }
   [[nodiscard]] bool has_pcr() const { return has_flags() && (bytes_[5] & 0x10) && bytes_[4] >= 7; }
 

@@ -23,9 +23,11 @@ class PesUnit {
   /// Goes on by payloads of together `size` bytes, at most rest(), none of which
   /// begins a unit; behind the header of one that is open.
   void advance(std::size_t size);
-  /// Bytes that are still to come; SIZE_MAX where that is not known.
+  /// Bytes that may come without being looked at: what is left of the declared length;
+  /// none before that has been read; SIZE_MAX where none is declared or it is reached.
   [[nodiscard]] std::size_t rest() const {
-    return total_ != 0 && open_ ? total_ - taken_ : SIZE_MAX;
+    if (open_ && taken_ < kHeader) return 0;
+    return open_ && total_ != 0 ? total_ - taken_ : SIZE_MAX;
   }
 
   /// True from a payload unit start until the declared length is reached.

@@ -63,12 +63,12 @@ bool Feeder::pes_to_only(const Packet& packet, FilterNode& filter) {
 
 /// Stops before the PES packet's declared end would fall within a packet.
 std::size_t Feeder::pes_to_only(const Run& run, FilterNode& filter) {
-  constexpr std::size_t kHeader = 4;
-  constexpr std::size_t kPayload = kPacketSize - kHeader;
+  constexpr std::size_t kPayload = kPacketSize - 4;
   RingNode* node = target_of(filter);
   PesUnit& unit = filter.unit;
   if (!node || !(filter.port ? filter.port_started : unit.open())) return 0;
-  const std::size_t count = append_run<kHeader>(run, node->ring, unit.rest() / kPayload);
+  const std::size_t count =
+      append_run<kPayload>(run, node->ring, unit.rest() / kPayload, copy_payloads);
   const bool was_open = unit.open();
   if (was_open) unit.advance(count * kPayload);
   if (filter.port) filter.passed_on.bytes += count * kPayload;

@@ -32,8 +32,8 @@ struct Route {
   std::vector<FilterNode*> record;   // get whole packets on the record node
   std::vector<FilterNode*> clocks;   // follow the PCR
   SectionAssembler assembler;
-  /// The one PES or record filter that gets packets without an adaptation field;
-  /// nullptr where there is none, or more.
+  /// The one PES or record filter that gets packets without flags in an adaptation
+  /// field; nullptr where there is none, or more.
   FilterNode* only = nullptr;
 
   [[nodiscard]] bool empty() const {

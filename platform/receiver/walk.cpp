@@ -8,11 +8,9 @@ namespace state = pid_state;
 namespace {
 
 constexpr std::size_t kAhead = 16 * kPacketSize;  // bytes between use and prefetch
-constexpr std::uint32_t kSyncAndError = 0xff800000;
+using namespace header_bits;
+
 constexpr std::uint32_t kSyncWithoutError = 0x47000000;
-constexpr std::uint32_t kSyncBits = 0xff000000;
-constexpr std::uint32_t kNotQuick = 0xe0;  // scrambled, or with an adaptation field
-constexpr std::uint32_t kPayload = 0x10;
 
 /// Zero if the packet brings nothing new: the counter is the one expected, it
 /// has a payload, and nobody wants it.
@@ -29,15 +27,21 @@ inline std::uint64_t counted(std::uint64_t pid, std::uint32_t header, std::uint6
 
 }  // namespace
 
-/// One more packet of a PID that one filter wants, and nothing in it but payload:
-/// most of what is wanted; with it those behind it that go on. Gives their number,
-/// 0 where the first has to be looked at.
+/// One more packet of a PID that one filter wants, and nothing in it but payload and
+/// what fills it up: most of what is wanted; with it those behind it that go on with
+/// payload alone. Gives their number, 0 where the first has to be looked at.
 inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
   const Packet packet(data);
   const Route* route = input_.pids.route(packet.pid());
-  if (!route || !route->only || !to_only(packet, *route)) return 0;
+  if (!route || !route->only) return 0;
   const std::size_t stride = input_.sync.stride();
-  return 1 + to_only({load_be32(data), data + stride, stride, count - 1}, *route);
+  const std::uint32_t header = load_be32(data);
+  if ((header & (kAdaptation | kUnitStart)) == 0) {
+    const std::size_t taken = to_only({header, data, stride, count}, *route);
+    if (taken > 0) return taken;
+  }
+  if (packet.is_flagged() || !to_only(packet, *route)) return 0;
+  return 1 + to_only({next_header(header), data + stride, stride, count - 1}, *route);
 }
 
 /// Goes through up to `count` packets that follow each other in sync. Gives
@@ -51,8 +55,8 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
   for (; done < count; ++done, data += stride) {
     __builtin_prefetch(data + kAhead);
     const std::uint32_t header = load_be32(data);
-    if ((header & kSyncAndError) != kSyncWithoutError) {
-      if ((header & kSyncBits) != kSyncWithoutError) break;
+    if ((header & (kSync | kTransportError)) != kSyncWithoutError) {
+      if ((header & kSync) != kSyncWithoutError) break;
       ++input_.counters.transport_errors;
       continue;
     }
@@ -60,10 +64,10 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
     const std::uint64_t new_in_it = news(header, pid);
     if ((new_in_it | (header & input_.wanted_bits)) == 0) {
       pid = counted(pid, header);
-      scrambled += (header & 0xc0) != 0;
+      scrambled += (header & kScrambled) != 0;
       continue;
     }
-    if (new_in_it == state::kWanted && (header & (kNotQuick | input_.wanted_bits)) == 0 &&
+    if (new_in_it == state::kWanted && (header & (kScrambled | input_.wanted_bits)) == 0 &&
         (header & kPayload) != 0) {
       if (const std::size_t run = quick(data, count - done)) {
         pid = counted(pid, load_be32(data + (run - 1) * stride), run);
