@@ -85,7 +85,7 @@ Bytes make_stream(unsigned services, unsigned seconds, std::size_t picture) {
 
 /// One programme of 12 Mbit/s.
 const Bytes& programme() {
-  static const Bytes bytes = make_stream(1, 120, 30000);
+  static const Bytes bytes = make_stream(1, 240, 30000);
   return bytes;
 }
 
@@ -180,10 +180,16 @@ GstFlowReturn drop_buffer(GstPad*, GstObject*, GstBuffer* buffer) {
   return GST_FLOW_OK;
 }
 
-std::atomic<bool> g_drained{false};
+std::atomic<bool> g_ended{false};
+
+void note_end(GstEvent* event) {
+  if (GST_EVENT_TYPE(event) != GST_EVENT_EOS) return;
+  g_ended = true;
+  g_ended.notify_one();
+}
 
 gboolean drop_event(GstPad*, GstObject*, GstEvent* event) {
-  if (GST_EVENT_TYPE(event) == GST_EVENT_EOS) g_drained = true;
+  note_end(event);
   gst_event_unref(event);
   return TRUE;
 }
@@ -254,27 +260,25 @@ const std::string& programme_file() {
   return name;
 }
 
-GstPadProbeReturn note_end(GstPad*, GstPadProbeInfo* info, gpointer ended) {
-  if (GST_EVENT_TYPE(gst_pad_probe_info_get_event(info)) == GST_EVENT_EOS)
-    *static_cast<std::atomic<bool>*>(ended) = true;
+GstPadProbeReturn see_event(GstPad*, GstPadProbeInfo* info, gpointer) {
+  note_end(gst_pad_probe_info_get_event(info));
   return GST_PAD_PROBE_OK;
 }
 
 /// filesrc in front of the element, until the end has come.
 void play_from_file(GstElement* element) {
-  g_drained = false;
+  g_ended = false;
   GstElement* pipeline = gst_pipeline_new(nullptr);
   GstElement* file = gst_element_factory_make("filesrc", nullptr);
   g_object_set(file, "location", programme_file().c_str(), "blocksize", guint{kBlock}, nullptr);
   gst_bin_add_many(GST_BIN(pipeline), file, element, nullptr);
   gst_element_link(file, element);
-  std::atomic<bool> ended{false};
   GstPad* sink = gst_element_get_static_pad(element, "sink");
-  gst_pad_add_probe(sink, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, note_end, &ended, nullptr);
+  gst_pad_add_probe(sink, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, see_event, nullptr, nullptr);
   gst_object_unref(sink);
   start(pipeline, element);
   // tsdemux reads the file itself; its end is seen behind it.
-  while (!ended && !g_drained) g_usleep(200);
+  g_ended.wait(false);
   // Ends once the push of EOS has returned: with the readers' work done.
   gst_element_set_state(file, GST_STATE_NULL);
   gst_object_ref(element);
