@@ -27,13 +27,13 @@ namespace qel::receiver {
 /// The feeder builds records in place and commits them; the reader sees them
 /// when they are published, once a batch. The memory is gone through from end to end
 /// also while nothing waits: in the same few pages, writer and reader, on two cores,
-/// would fetch each other's cache lines all the time. Two sides, two locks:
+/// would fetch each other's cache lines all the time. Its locks, in the order in which
+/// they are taken:
 ///
-///   writer side: the lock of the demux that feeds the ring;
-///   mutex_:      what reader and writer share. Taken under the demux's lock,
-///                never the other way round;
+///   writer side:  the lock of the demux that feeds the ring;
+///   mutex_:       what reader and writer share;
 ///   event_mutex_: what the descriptor shows. Mostly taken alone: who is woken by the
-///                descriptor should not find mutex_ taken by the one who wakes.
+///                 descriptor shall not find mutex_ taken by the one who wakes.
 class Ring {
  public:
   using Clock = std::chrono::steady_clock;
