@@ -6,21 +6,17 @@ metrics_test.py PROGRAM [unittest options]."""
 import collections
 import contextlib
 import json
-import os
 import shutil
 import socket
 import subprocess
-import sys
-import tempfile
 import threading
 import time
 import unittest
 import urllib.request
 
 from broken_stream import AUDIO, NULL, Packet, plan, write
+from program import PROGRAM, stored, temporary
 
-PROGRAM = None
-FOLDER = tempfile.TemporaryDirectory()
 PATIENCE = 60  # seconds, against hangs only
 OPENMETRICS = "application/openmetrics-text"
 
@@ -74,13 +70,12 @@ def prometheus(target):
     with socket.socket() as free:
         free.bind(("127.0.0.1", 0))
         own = "127.0.0.1:%d" % free.getsockname()[1]
-    config = os.path.join(FOLDER.name, "prometheus.yml")
-    with open(config, "w", encoding="utf-8") as file:
-        json.dump({"scrape_configs": [{"job_name": "vantrel", "scrape_interval": "1s",
-                                       "static_configs": [{"targets": [target]}]}]}, file)
+    config = stored("prometheus.yml", json.dumps(
+        {"scrape_configs": [{"job_name": "vantrel", "scrape_interval": "1s",
+                             "static_configs": [{"targets": [target]}]}]}).encode())
     process = subprocess.Popen(
         ["prometheus", "--config.file=" + config, "--web.listen-address=" + own,
-         "--storage.tsdb.path=" + os.path.join(FOLDER.name, "data")],
+         "--storage.tsdb.path=" + temporary("data")],
         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
         yield "http://" + own + "/api/v1/query?query="
@@ -143,5 +138,4 @@ class Metrics(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    PROGRAM = sys.argv.pop(1)
     unittest.main()

@@ -10,37 +10,22 @@ import re
 import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 
+import program
 from broken_stream import (AUDIO, EIT, NIT, NULL, PAT, PMT, SDT, TABLES, TDT, WRAP,
                            Packet, of, plan, section, table, write)
+from program import FOLDER, STREAMS, captured, needs_streams, run, stored
 
-# Threads of decoders end while the address sanitizer looks for leaks at the end
-# of a program, which it does not always survive.
-os.environ["ASAN_OPTIONS"] = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
-
-PROGRAM = PICTURES = None
-STREAMS = os.environ.get("VANTREL_STREAMS")
-FOLDER = tempfile.TemporaryDirectory()
-needs_streams = unittest.skipUnless(STREAMS, "VANTREL_STREAMS is not set")
+PICTURES = sys.argv.pop(1)  # program has taken the first
 
 
-def run(*arguments):
-    return subprocess.run(arguments, capture_output=True, timeout=280, check=False)
+def call(*command):
+    return subprocess.run(command, capture_output=True, timeout=280, check=False)
 
 
 def report(path):
-    result = run(PROGRAM, "report", "--json", "--no-pictures", path)
-    assert result.returncode == 0, result.stderr
-    return json.loads(result.stdout)
-
-
-def stored(name, data):
-    path = os.path.join(FOLDER.name, name)
-    with open(path, "wb") as file:
-        file.write(data)
-    return path
+    return program.report("report", "--no-pictures", path)
 
 
 def errors(found):
@@ -197,12 +182,12 @@ class BroadcastStreams(unittest.TestCase):
     def test_have_the_continuity_errors_that_ffprobe_finds(self):
         if shutil.which("ffprobe") is None:
             self.skipTest("ffprobe is not installed")
-        with open(os.path.join(STREAMS, "h264-mp2.ts"), "rb") as file:
+        with open(captured("h264-mp2.ts"), "rb") as file:
             data = bytearray(file.read())
         for at in range(200 * 188, len(data), 173 * 188):
             data[at + 1 : at + 3] = b"\x1f\xff"  # a packet less on some PID
         path = stored("gaps.ts", data)
-        other = run("ffprobe", "-v", "debug", "-count_packets", "-show_streams", path).stderr
+        other = call("ffprobe", "-v", "debug", "-count_packets", "-show_streams", path).stderr
         counted = other[other.index(b"After avformat_find_stream_info"):]  # what is not probing
         wanted = collections.Counter(
             int(pid) for pid in re.findall(rb"Continuity check failed for pid (\d+)", counted))
@@ -211,7 +196,7 @@ class BroadcastStreams(unittest.TestCase):
         self.assertEqual({row["pid"]: row["count"] for row in check["findings"]}, wanted)
 
     def test_are_what_they_are_known_to_be(self):
-        found = report(os.path.join(STREAMS, "mpts-dvbt.ts"))
+        found = report(captured("mpts-dvbt.ts"))
         self.assertEqual(errors(found), {"3.4": (1, 199, 199)})  # teletext that no PMT names
         self.assertEqual(len(found["clocks"]), 9)
         for clock in found["clocks"]:  # 8k, 64-QAM, 3/4, guard interval 1/4
@@ -235,7 +220,7 @@ class Page(unittest.TestCase):
     def look(self, source, name, width):
         """Shows a page, keeps a picture of it, and returns the browser's answers."""
         page = os.path.join(FOLDER.name, name + ".html")
-        result = run(PROGRAM, "report", "--force", "-o", page, source)
+        result = run("report", "--force", "-o", page, source)
         self.assertEqual(result.returncode, 0, result.stderr)
         with open(page, encoding="utf-8") as file:
             text = file.read()
@@ -244,9 +229,9 @@ class Page(unittest.TestCase):
         browser = ["chromium", "--headless=new", "--no-sandbox", "--disable-gpu",
                    "--hide-scrollbars", "--enable-logging=stderr", f"--window-size={width},2400",
                    f"--user-data-dir={FOLDER.name}/browser"]
-        shown = run(*browser, "--dump-dom", "file://" + asked)
+        shown = call(*browser, "--dump-dom", "file://" + asked)
         self.assertNotIn(b"CONSOLE", shown.stderr)
-        run(*browser, f"--screenshot={PICTURES}/{name}-{width}.png", "file://" + page)
+        call(*browser, f"--screenshot={PICTURES}/{name}-{width}.png", "file://" + page)
         title = re.search(r"<title>(.*?)</title>", shown.stdout.decode()).group(1)
         return json.loads(title)
 
@@ -261,7 +246,7 @@ class Page(unittest.TestCase):
             packets[i] = hostile
         sources = [(stored("made.ts", b"".join(write(packets))), "made", 700, 0, 3)]
         if STREAMS:
-            sources.append((os.path.join(STREAMS, "mpts-dvbt.ts"), "mpts-dvbt", 1300, 5, 19))
+            sources.append((captured("mpts-dvbt.ts"), "mpts-dvbt", 1300, 5, 19))
         for source, name, width, pictures, plots in sources:
             answers = self.look(source, name, width)
             self.assertEqual(answers, {"wide": False, "sections": 8, "pictures": pictures,
@@ -279,12 +264,11 @@ class Mistakes(unittest.TestCase):
             (["/nowhere/x.ts", "--json"], 3, b"No such file"),
             ([own, "-o", "-", "--json"], 2, b"both"),
         ):
-            result = run(PROGRAM, "report", *arguments)
+            result = run("report", *arguments)
             self.assertEqual(result.returncode, status, arguments)
             self.assertIn(text, result.stderr)
 
 
 if __name__ == "__main__":
-    PROGRAM, PICTURES = sys.argv.pop(1), sys.argv.pop(1)
     os.makedirs(PICTURES, exist_ok=True)
     unittest.main()
