@@ -97,7 +97,7 @@ void Ring::publish(bool may_wait, Clock::time_point now) {
 
 /// True where the reader sleeps on, and will be woken soon.
 bool Ring::put_off_wake(Clock::time_point now) {
-  if (wake_ == Wake::kAtOnce || readable_ || overflow_waits_) return false;
+  if (wake_ == Wake::kAtOnce || is_signalled() || overflow_waits_) return false;
   if (available_ >= size_ / kPartToWakeAt) return false;
   if (!late_ && now - woken_ < kBetweenWakes) late_ = wake_comes_ = wake_comes_ || wake_soon_();
   return late_;
@@ -177,7 +177,10 @@ bool Ring::wait_until_read(std::unique_lock<FairMutex>& demux, std::uint64_t tar
 }
 
 ssize_t Ring::read(void* buffer, std::size_t size, bool blocking) {
-  if (!blocking && size > 0 && empty_) return -EAGAIN;
+  if (!blocking && size > 0 && empty_) {
+    show();  // whoever left it empty may not have come to that
+    return -EAGAIN;
+  }
   Change change(*this);
   for (;;) {
     wait_for_copy(change.lock);
@@ -287,30 +290,34 @@ void Ring::release() {
   room_.notify_all();
 }
 
-/// To be called when that has changed which makes a read give something.
+/// To be called when that has changed which makes a read give something. As empty_ is
+/// read without the lock, it is true only while the turn for that has come.
 void Ring::signal() {
   const bool readable = available_ > 0 || overflow_waits_ || timed_out_ || ended_ || closed_;
   late_ = false;
-  empty_ = exists_ && !readable;
-  if (readable == readable_) return;
-  readable_ = readable;
-  if (!readable) return;
-  if (wake_ == Wake::kModerated) woken_ = Clock::now();
-  data_.notify_all();
+  if (readable) empty_ = false;
+  if (readable != is_signalled()) {
+    ++turns_;
+    if (readable && wake_ == Wake::kModerated) woken_ = Clock::now();
+    if (readable) data_.notify_all();
+  }
+  if (!readable) empty_ = exists_;
 }
 
-/// Of two that come here at once, the one who sees the other's change makes it.
+/// Returns once the last turn is shown: who polls is not to be told again and again of what
+/// is gone. Two turns may come at once, and still are written: the first of them may have
+/// been seen by one who now waits for an edge.
 void Ring::show() {
-  if (readable_ == shown_) return;
+  if (shown_ == turns_) return;
   const std::lock_guard<std::mutex> lock(event_mutex_);
-  for (bool readable = readable_; readable != shown_; readable = readable_) {
-    shown_ = readable;
+  for (std::uint64_t turn = turns_; shown_ != turn; turn = turns_) {
     eventfd_t value;
-    if (readable) {
+    if (turn % 2 != 0) {
       eventfd_write(event_.get(), 1);
-    } else {
+    } else if (shown_ % 2 != 0) {
       eventfd_read(event_.get(), &value);
     }
+    shown_ = turn;
   }
 }
 

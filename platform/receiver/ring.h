@@ -133,6 +133,7 @@ class Ring {
   [[nodiscard]] bool overflow_due() const;
   std::size_t take(void* buffer, std::size_t size, std::unique_lock<std::mutex>& lock);
   void copy_out(std::uint8_t* buffer, std::size_t count) const;
+  [[nodiscard]] bool is_signalled() const { return turns_ % 2 != 0; }
   void signal();
   void show();
   void forget();
@@ -173,11 +174,11 @@ class Ring {
   std::uint64_t overflows_ = 0;             // mutex_; times told
   Wake wake_ = Wake::kModerated;            // mutex_
   std::atomic<bool> empty_{false};          // written under mutex_; a read gives -EAGAIN
-  std::atomic<bool> readable_{false};       // written under mutex_; event_ is to be readable
-  std::atomic<bool> shown_{false};          // written under event_mutex_; it is
+  std::atomic<std::uint64_t> turns_{0};     // written under mutex_; odd: event_ is to be readable
+  std::atomic<std::uint64_t> shown_{0};     // written under event_mutex_; the turn event_ shows
   bool late_ = false;                       // mutex_; it is not to be yet, and will be soon
   bool wake_comes_ = false;                 // mutex_; wake() will be called
-  Clock::time_point woken_;                 // mutex_; when readable_ became true
+  Clock::time_point woken_;                 // mutex_; when event_ was last to be readable
   std::uint64_t releases_ = 0;              // mutex_
   /// A reader copies, without mutex_: what it copies, and memory_, stay meanwhile.
   bool copying_ = false;            // mutex_
