@@ -49,7 +49,7 @@ struct Input {
 
   std::condition_variable_any pace;  // a feeder ahead of time waits here
   Pacer pacer;
-  unsigned batches_without_pcr = 0;
+  std::uint64_t bytes_without_pcr = 0;
 };
 
 /// A demux: its inputs, its nodes, and where packets go.

@@ -13,9 +13,9 @@
 namespace qel::receiver {
 
 constexpr std::size_t kBatch = 64 * 1024;
-// A stream may stop sending PCRs on the PID that paces it; some megabytes
+// A stream may stop sending PCRs on the PID that paces it; so many bytes
 // without one, and another PID is looked for.
-constexpr unsigned kBatchesWithoutPcr = 64;
+constexpr std::size_t kLongWithoutPcr = std::size_t{4} << 20;
 
 Feeder::Feeder(Demux& demux, Input& input)
     : demux_(demux), input_(input), lock_(demux.mutex), lossless_(!demux.is_front_end(input)) {}
@@ -104,12 +104,13 @@ std::size_t Feeder::run(const std::uint8_t* data, std::size_t size, std::size_t 
     } else {
       const std::size_t stride = sync.stride();
       const std::size_t whole = (size - at - kPacketSize) / stride + 1;
-      at += walk(data + at, std::min(whole, kBatch / stride)) * stride;
+      const std::size_t walked = walk(data + at, std::min(whole, kBatch / stride)) * stride;
+      at += walked;
       if (at > size) {
         input_.gap = at - size;
         at = size;
       }
-      watch_pace();
+      watch_pace(walked);
       if (size - at >= kPacketSize) next_batch();
     }
   }
@@ -117,8 +118,9 @@ std::size_t Feeder::run(const std::uint8_t* data, std::size_t size, std::size_t 
 }
 
 /// Has another PID set the pace where the one that did has no PCR for long.
-void Feeder::watch_pace() {
-  if (input_.pacer.pid() && ++input_.batches_without_pcr > kBatchesWithoutPcr) {
+void Feeder::watch_pace(std::size_t bytes) {
+  input_.bytes_without_pcr += bytes;
+  if (input_.pacer.pid() && input_.bytes_without_pcr > kLongWithoutPcr) {
     demux_.restart_pacing(input_);
   }
 }

@@ -39,7 +39,7 @@ class Feeder {
   [[nodiscard]] bool lossless() const { return lossless_; }
   std::size_t feed_carried(const std::uint8_t* data, std::size_t size);
   std::size_t run(const std::uint8_t* data, std::size_t size, std::size_t fresh);
-  void watch_pace();
+  void watch_pace(std::size_t bytes);
   void next_batch();
 
   // walk.cpp: packets in sync

@@ -25,7 +25,7 @@ bool Feeder::pace(const Packet& packet) {
   const Clock::time_point now = Clock::now();
   const Clock::duration delay = input_.pacer.delay(packet.pid(), packet.pcr(), now);
   if (first) demux_.refresh(input_, packet.pid());
-  if (input_.pacer.pid() == packet.pid()) input_.batches_without_pcr = 0;
+  if (input_.pacer.pid() == packet.pid()) input_.bytes_without_pcr = 0;
   if (delay <= Clock::duration::zero()) return true;
   demux_.publish(lossless());
   input_.pace.wait_until(lock_, now + delay, [this] { return cancelled() || !demux_.pacing; });

@@ -122,6 +122,18 @@ TEST_F(PaceTest, LiveInputIsNotPacedOrTheOtherIs) {
   EXPECT_TRUE(unpaced.done_within(20s));
 }
 
+TEST_F(PaceTest, SmallPiecesEndThePaceOrAPidWithoutPcrsKeepsIt) {
+  qel_receiver_set_pacing(0, 1);
+  for (const unsigned pid : {kClockPid, kClockPid + 1}) {
+    const auto begin = Steady::now();
+    feed(pcr(pid, 0), DMX_IN_FRONTEND);
+    for (int i = 0; i < 500; ++i) feed(mux.null_packets(1), DMX_IN_FRONTEND);
+    feed(pcr(pid, kSecond / 2), DMX_IN_FRONTEND);
+    EXPECT_GE(Steady::now() - begin, 490ms) << pid;
+    feed(mux.null_packets(30000), DMX_IN_FRONTEND);
+  }
+}
+
 TEST_F(PaceTest, PacketsBeforeThePcrWaitWithIt) {
   qel_receiver_set_pacing(0, 1);
   TestNode node = section_node(0x12);
