@@ -44,6 +44,12 @@ TEST_F(ClockTest, ClockIsReadWithoutAPcrOrFollowsAnotherPid) {
   expect_near(stc(node), 7 * kSecond, "first");
   node.control(KWRX_DMX_START);
   EXPECT_EQ(stc(node), -EAGAIN);
+  // A PID of which the payload is wanted too.
+  node.pes(kClockPid, DMX_OUT_TAP, DMX_PES_PCR0);
+  for (const int second : {8, 9}) {
+    feed(pcr(kClockPid, second * kSecond, true));
+    expect_near(stc(node), second * kSecond, "tapped");
+  }
 }
 
 TEST_F(ClockTest, NumberMeansTheWrongPcrFilter) {
@@ -110,6 +116,8 @@ class PaceTest : public ClockTest {
 
 TEST_F(PaceTest, LiveInputIsNotPacedOrTheOtherIs) {
   const Bytes data = half_a_second();
+  TestNode tap("qel_demux0");
+  tap.pes(kClockPid, DMX_OUT_TAP, DMX_PES_OTHER, DMX_IN_FRONTEND);
   qel_receiver_set_pacing(0, 1);
   const auto begin = Steady::now();
   EXPECT_EQ(feed(data, DMX_IN_FRONTEND), 0);

@@ -136,6 +136,25 @@ TEST_F(FlowTest, RequestsStarveBesideABusyFeeder) {
   EXPECT_EQ(feeder.result(), 0);
 }
 
+TEST_F(FlowTest, LongCallKeepsItsDataOrTheDemuxToItself) {
+  constexpr std::size_t kSections = 16000, kSize = 1000;
+  TestNode node("qel_demux0");
+  node.buffer(2 * kSections * kSize);  // the call never waits for room
+  node.section(kFlowPid, DMX_IMMEDIATE_START | DMX_CHECK_CRC);
+  Bytes data;
+  for (std::size_t i = 0; i < kSections; ++i) data += sections_of({kSize});
+  EXPECT_TRUE(vantrel::test::eventually([&] {
+    Background call([&] { return feed(data); });
+    bool amid = false;
+    for (std::size_t waiting = 0; waiting < kSections * kSize;) {
+      waiting = node_counters(node).waiting;
+      amid |= waiting % (kSections * kSize) != 0;
+    }
+    node.control(KWRX_DMX_START);  // drops it all
+    return call.result() == 0 && amid;
+  }));
+}
+
 TEST_F(FlowTest, NodeNobodyCanReadStopsTheFeedOrItsEnd) {
   constexpr unsigned kPesPid = 0x100;
   TestNode section("qel_demux0", O_WRONLY), tap("qel_demux0", O_WRONLY);

@@ -148,6 +148,41 @@ TEST_F(PesTest, ScrambledPayloadReachesATapOrMissesARecording) {
   EXPECT_EQ(stream::slice(record.read_all(), 0, 188), packet);
 }
 
+TEST_F(PesTest, RunOfPacketsTakesWhatDoesNotGoOnOrIsNotShown) {
+  const Bytes filled = pes(kAudio, 184 - 9), open = pes(kVideo, 184 - 9, false);
+  const Bytes cut = pes(kVideo, 2 * 184 + 2 * 100 - 9, false);
+  const stream::Header start{.unit_start = true}, scrambled{.scrambling = stream::kScrambled};
+  const auto packets_of = [&](unsigned pid) {
+    return stream::join({mux.unit(pid, filled), mux.unit(pid, open), mux.unit(pid, filled),
+                         mux.packet(pid, stream::slice(cut, 0, 184), start),
+                         mux.packet(pid, stream::slice(cut, 184, 100)),
+                         mux.packet(pid, stream::slice(cut, 284, 100)),
+                         mux.packet(pid, stream::slice(cut, 384, 184)), mux.unit(pid, filled),
+                         mux.packet(pid, open, start), mux.packet(pid, open, scrambled),
+                         mux.packet(pid, open, start), mux.packet(pid, open), mux.packet(pid, open),
+                         mux.packet(pid, open)});
+  };
+  for (const std::size_t piece : {188, 100000}) {
+    for (const unsigned recorded_pid : {kPesPid + 1, 0x2000U}) {
+      SetUp();
+      TestNode tap = tap_node(kPesPid, 65536), recorded("qel_demux0");
+      TestNode record("qel_dvr0", O_RDONLY | O_NONBLOCK);
+      recorded.pes(recorded_pid, DMX_OUT_TS_TAP);
+      const Bytes tapped = packets_of(kPesPid), others = packets_of(kPesPid + 1);
+      const Bytes all = stream::with_repeated(tapped, 6) + stream::with_repeated(others, 6);
+      for (std::size_t at = 0; at < all.size(); at += piece)
+        feed(stream::slice(all, at, std::min(piece, all.size() - at)));
+      for (const Bytes& each : {filled, open, filled, cut, filled})
+        EXPECT_EQ(tap.read(), each) << piece;
+      EXPECT_TRUE(tap.drain().empty()) << piece;
+      const Bytes expected = recorded_pid == kPesPid + 1 ? others : tapped + others;
+      EXPECT_EQ(record.read_all(), expected) << piece;
+      for (const TestNode* node : {&record, &recorded})
+        EXPECT_EQ(node_counters(*node).records, expected.size() / 188) << piece;
+    }
+  }
+}
+
 TEST_F(PesTest, PacketTapMissesAnAddedPidOrKeepsARemovedOne) {
   std::uint16_t pid = kPesPid + 1;
   TestNode tap("qel_demux0"), other("qel_demux0");

@@ -50,6 +50,8 @@ TEST_F(RequestTest, FreshNodeAnswersOtherwiseThanADriver) {
       TestNode node(name, O_RDONLY | O_NONBLOCK);
       ASSERT_TRUE(node) << name;
       EXPECT_EQ(node.control(each.request, each.argument), result) << each.name << " " << name;
+      node.read(0);
+      EXPECT_EQ(node.last, 0) << name;
     }
   }
 }
