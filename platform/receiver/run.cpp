@@ -1,30 +1,35 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "platform/receiver/run.h"
 
+#include <cstring>
+
 namespace qel::receiver {
 namespace {
 
-/// One instruction each to load and to store where the processor has some that wide.
-using Piece [[gnu::vector_size(32), gnu::aligned(1), gnu::may_alias]] = std::uint8_t;
+// What one instruction loads and stores.
+using Narrow [[gnu::vector_size(16)]] = std::uint8_t;
+using Wide [[gnu::vector_size(32)]] = std::uint8_t;
 
 /// The last piece goes over the end of the one before.
-template <std::size_t kSize>
-[[gnu::always_inline]] inline void copy_bytes_of(std::uint8_t* to, const std::uint8_t* from) {
+template <typename Piece, std::size_t kSize>
+[[gnu::always_inline]] inline void copy_one(std::uint8_t* to, const std::uint8_t* from) {
   const auto copy = [&](std::size_t at) {
-    *reinterpret_cast<Piece*>(to + at) = *reinterpret_cast<const Piece*>(from + at);
+    Piece piece;
+    std::memcpy(&piece, from + at, sizeof piece);
+    std::memcpy(to + at, &piece, sizeof piece);
   };
   for (std::size_t at = 0; at + sizeof(Piece) < kSize; at += sizeof(Piece)) copy(at);
   copy(kSize - sizeof(Piece));
 }
 
-template <std::size_t kOffset>
+template <typename Piece, std::size_t kOffset>
 [[gnu::always_inline]] inline std::size_t copy(const Run run, std::uint8_t* to, std::size_t limit) {
   constexpr std::size_t kSize = kPacketSize - kOffset;
   const std::uint8_t* data = run.data;
   std::uint32_t header = run.header;
   std::size_t done = 0;
   for (; done < limit && load_be32(data) == header; ++done) {
-    copy_bytes_of<kSize>(to, data + kOffset);
+    copy_one<Piece, kSize>(to, data + kOffset);
     header = next_header(header);
     data += run.stride;
     to += kSize;
@@ -38,7 +43,7 @@ const bool g_wide = __builtin_cpu_supports("avx2");
 
 template <std::size_t kOffset>
 [[gnu::target("avx2")]] std::size_t copy_wide(const Run& run, std::uint8_t* to, std::size_t limit) {
-  return copy<kOffset>(run, to, limit);
+  return copy<Wide, kOffset>(run, to, limit);
 }
 
 #else
@@ -52,15 +57,19 @@ std::size_t copy_wide(const Run&, std::uint8_t*, std::size_t) {
 
 #endif
 
+template <std::size_t kOffset>
+std::size_t copy_run(const Run& run, std::uint8_t* to, std::size_t limit) {
+  return g_wide ? copy_wide<kOffset>(run, to, limit) : copy<Narrow, kOffset>(run, to, limit);
+}
+
 }  // namespace
 
 std::size_t copy_payloads(const Run& run, std::uint8_t* to, std::size_t limit) {
-  constexpr std::size_t kHeader = 4;
-  return g_wide ? copy_wide<kHeader>(run, to, limit) : copy<kHeader>(run, to, limit);
+  return copy_run<4>(run, to, limit);
 }
 
 std::size_t copy_packets(const Run& run, std::uint8_t* to, std::size_t limit) {
-  return g_wide ? copy_wide<0>(run, to, limit) : copy<0>(run, to, limit);
+  return copy_run<0>(run, to, limit);
 }
 
 }  // namespace qel::receiver
