@@ -18,17 +18,20 @@ export GST_REGISTRY=$results/registry.bin
 
 measure() { # NAME PROGRAM [OPTION...]
   echo "measuring: $1"
-  "build-bench/benchmarks/$2" "${@:3}" \
-    --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
-    --benchmark_min_time=0.3 --benchmark_out="$results/$1.json" --benchmark_out_format=json \
+  ${on:-} "build-bench/benchmarks/$2" "${@:3}" \
+    --benchmark_repetitions="${repetitions:-5}" --benchmark_display_aggregates_only=true \
+    --benchmark_min_time="${seconds:-0.3}" \
+    --benchmark_out="$results/$1.json" --benchmark_out_format=json \
     >"$results/$1.txt" 2>&1
 }
 
 measure crc crc-bench
 measure section section-bench
 measure receiver receiver-bench
-# In turn: a machine whose cores are far apart for a while is so for both sides.
-measure stream stream-bench --benchmark_enable_random_interleaving=true
+# In turn, and often: the host of a virtual machine may take a core away for seconds.
+repetitions=15 seconds=0.1 \
+  measure stream stream-bench --benchmark_enable_random_interleaving=true
+on='taskset --cpu-list 0' measure stream-one-core stream-bench --benchmark_filter=Play
 echo "measuring: response"
 build-bench/benchmarks/response >"$results/response.json"
 echo "measuring: pes"
