@@ -125,7 +125,7 @@ void Feeder::to_record(const Packet& packet, const Route* route) {
 /// To the only filter of a PID, if it takes it at once.
 bool Feeder::to_only(const Packet& packet, const Route& route) {
   FilterNode& filter = *route.only;
-  if (route.record.empty()) return pes_to_only(packet, filter);
+  if (!route.recorded) return pes_to_only(packet, filter);
   if (!demux_.record) return true;
   Ring& ring = demux_.record->ring;
   if (!ring.has_room(kPacketSize)) return false;
@@ -137,18 +137,25 @@ bool Feeder::to_only(const Packet& packet, const Route& route) {
   return true;
 }
 
-/// More of a PID to its only filter. Gives the number of packets it takes at once.
+/// More of a PID to its only filter, unless that records. Gives the number of packets
+/// it takes at once.
 std::size_t Feeder::to_only(const Run& run, const Route& route) {
-  FilterNode& filter = *route.only;
-  if (route.record.empty()) return pes_to_only(run, filter);
+  return route.recorded ? 0 : pes_to_only(run, *route.only);
+}
+
+/// Packets that go to the record node alone, whatever their PID. Gives the number of
+/// those it takes at once.
+std::size_t Feeder::record(const std::uint8_t* data, std::size_t count) {
   if (!demux_.record) return 0;
   Ring& ring = demux_.record->ring;
-  const std::size_t count = append_run<kPacketSize>(run, ring, run.count, copy_packets);
-  ring.commit(count);
+  const auto tail = ring.tail();
+  const std::size_t taken = copy_recorded({input_.pids.entries(), data, input_.sync.stride(),
+                                           std::min(count, tail.size() / kPacketSize)},
+                                          tail.data());
+  ring.advance(taken * kPacketSize);
+  ring.commit(taken);
   demux_.touch(ring);
-  filter.passed_on.records += count;
-  filter.passed_on.bytes += count * kPacketSize;
-  return count;
+  return taken;
 }
 
 bool Feeder::sections(const Packet& packet, Route& route, bool lost) {

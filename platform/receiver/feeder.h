@@ -56,6 +56,7 @@ class Feeder {
   void to_record(const Packet& packet, const Route* route);
   bool to_only(const Packet& packet, const Route& route);
   std::size_t to_only(const Run& run, const Route& route);
+  std::size_t record(const std::uint8_t* data, std::size_t count);
   bool sections(const Packet& packet, Route& route, bool lost);
   bool deliver(Route& route, unsigned pid, const Section& section);
 

@@ -17,6 +17,7 @@ inline constexpr unsigned kAllPids = 0x2000;
 namespace header_bits {
 inline constexpr std::uint32_t kSync = 0xff000000;
 inline constexpr std::uint32_t kTransportError = 0x800000;
+inline constexpr std::uint32_t kSyncWithoutError = 0x47000000;  // those of kSync and it
 inline constexpr std::uint32_t kUnitStart = 0x400000;
 inline constexpr std::uint32_t kScrambled = 0xc0;
 inline constexpr std::uint32_t kAdaptation = 0x20;

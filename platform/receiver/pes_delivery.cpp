@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
+#include <algorithm>
+
 #include "platform/receiver/feeder.h"
 #include "platform/receiver/filter_node.h"
 #include "platform/receiver/ports.h"
@@ -67,8 +69,10 @@ std::size_t Feeder::pes_to_only(const Run& run, FilterNode& filter) {
   RingNode* node = target_of(filter);
   PesUnit& unit = filter.unit;
   if (!node || !(filter.port ? filter.port_started : unit.open())) return 0;
-  const std::size_t count =
-      append_run<kPayload>(run, node->ring, unit.rest() / kPayload, copy_payloads);
+  const auto tail = node->ring.tail();
+  const std::size_t limit = std::min({run.count, tail.size() / kPayload, unit.rest() / kPayload});
+  const std::size_t count = copy_payloads(run, tail.data(), limit);
+  node->ring.advance(count * kPayload);
   const bool was_open = unit.open();
   if (was_open) unit.advance(count * kPayload);
   if (filter.port) filter.passed_on.bytes += count * kPayload;

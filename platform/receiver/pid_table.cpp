@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/receiver/filter_node.h"
+
 namespace qel::receiver {
 
 namespace {
@@ -26,37 +28,40 @@ constexpr std::uint64_t kNoCounter = pid_state::kCompared << pid_state::kIgnoreS
 
 }  // namespace
 
-PidTable::PidTable()
-    : states_(zeroed<std::uint64_t>(kPids)),
-      rare_(zeroed<Rare>(kPids)),
-      routes_(zeroed<Route*>(kPids + 1)) {
-  states_[kNullPid] = kNoCounter;
+PidTable::PidTable() : entries_(zeroed<Entry>(kPids + 1)), rare_(zeroed<Rare>(kPids)) {
+  entries_[kNullPid].state = kNoCounter;
 }
 
 Route& PidTable::make_route(unsigned pid) {
-  if (!routes_[pid]) routes_[pid] = made_.emplace_back(std::make_unique<Route>()).get();
-  return *routes_[pid];
+  Route*& route = entries_[pid].route;
+  if (!route) route = made_.emplace_back(std::make_unique<Route>()).get();
+  return *route;
 }
 
 void PidTable::update_wanted(unsigned pid, bool also) {
   if (pid >= kPids) return;
-  Route* route = routes_[pid];
-  if (route) route->only = only_taker(*route);
-  const bool wanted = also || (route && !route->empty());
-  states_[pid] &= ~pid_state::kWanted;
-  if (wanted) states_[pid] |= pid_state::kWanted;
+  auto& [state, route] = entries_[pid];
+  state &= ~(pid_state::kWanted | pid_state::kRecorded);
+  if (also || (route && !route->empty())) state |= pid_state::kWanted;
+  if (!route) return;
+  route->only = only_taker(*route);
+  const bool recorded = route->only && !route->record.empty();
+  route->recorded = recorded ? &route->only->passed_on : nullptr;
+  if (recorded) state |= pid_state::kRecorded;
 }
 
 void PidTable::forget_progress() {
   for (std::size_t pid = 0; pid < kPids; ++pid) {
-    if (states_[pid] & pid_state::kKnown) states_[pid] &= ~pid_state::kKnown;
+    std::uint64_t& state = entries_[pid].state;
+    if (state & pid_state::kKnown) state &= ~pid_state::kKnown;
   }
   for (const auto& route : made_) route->assembler.reset();
 }
 
 void PidTable::reset_counters() {
   for (std::size_t pid = 0; pid < kPids; ++pid) {
-    if (states_[pid]) states_[pid] &= pid_state::kOnePacket - 1;
+    std::uint64_t& state = entries_[pid].state;
+    if (state) state &= pid_state::kOnePacket - 1;
   }
   for (const auto& route : made_) route->assembler.reset_errors();
   std::memset(rare_.get(), 0, kPids * sizeof(Rare));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/receiver/packet.h"
+#include "platform/receiver/ring.h"
 #include "platform/receiver/section_assembler.h"
 #include "platform/receiver/section_matcher.h"
 
@@ -26,15 +27,18 @@ struct SectionEntry {
 /// Where the packets of one PID of one input go. Kept once made: a feeder that
 /// waits in the middle of a packet comes back to it.
 struct Route {
+  /// The one PES or record filter that gets packets without flags in an adaptation
+  /// field; nullptr where there is none, or more.
+  FilterNode* only = nullptr;
+  /// What it passes on where it records.
+  Ring::Counters* recorded = nullptr;
+
   std::vector<SectionEntry> sections;
   std::vector<FilterNode*> pes;      // taps and decoder filters
   std::vector<FilterNode*> packets;  // get whole packets on their own node
   std::vector<FilterNode*> record;   // get whole packets on the record node
   std::vector<FilterNode*> clocks;   // follow the PCR
   SectionAssembler assembler;
-  /// The one PES or record filter that gets packets without flags in an adaptation
-  /// field; nullptr where there is none, or more.
-  FilterNode* only = nullptr;
 
   [[nodiscard]] bool empty() const {
     return sections.empty() && pes.empty() && packets.empty() && record.empty() && clocks.empty();
@@ -52,13 +56,30 @@ inline constexpr std::uint64_t kCompared = 0x1f;
 inline constexpr unsigned kIgnoreShift = 8;
 inline constexpr std::uint64_t kWanted = 0x2000;
 inline constexpr std::uint64_t kRepeated = 0x4000;  // the last packet was a repeat
+inline constexpr std::uint64_t kRecorded = 0x8000;  // its only taker is the record node
 inline constexpr std::uint64_t kOnePacket = 0x10000;
 inline constexpr unsigned kCountShift = 16;
+
+/// Zero if the packet brings nothing new: the counter is the one expected, it
+/// has a payload, and nobody wants it.
+inline std::uint64_t news(std::uint32_t header, std::uint64_t pid) {
+  return ((header ^ pid) & ~(pid >> kIgnoreShift) & kCompared) | (pid & kWanted);
+}
+
+/// The state of a PID after so many packets in order, the last with `header`.
+inline std::uint64_t counted(std::uint64_t pid, std::uint32_t header, std::uint64_t packets = 1) {
+  return ((pid + packets * kOnePacket) & ~(kCounter | kRepeated)) | ((header + 1) & kCounter);
+}
 }  // namespace pid_state
 
 /// The PIDs of one input. All of it is guarded by the demux's lock.
 class PidTable {
  public:
+  /// What each packet needs, in one cache line.
+  struct Entry {
+    std::uint64_t state;  // pid_state
+    Route* route;         // nullptr where nobody ever wanted the PID
+  };
   /// Counts of what seldom happens.
   struct Rare {
     std::uint32_t discontinuities;
@@ -68,15 +89,15 @@ class PidTable {
 
   PidTable();
 
-  [[nodiscard]] std::uint64_t* states() { return states_.get(); }
+  [[nodiscard]] Entry* entries() { return entries_.get(); }
   [[nodiscard]] Rare& rare(unsigned pid) { return rare_.get()[pid]; }
   /// The route of a PID, or nullptr; kAllPids has one too.
-  [[nodiscard]] Route* route(unsigned pid) { return routes_.get()[pid]; }
+  [[nodiscard]] Route* route(unsigned pid) { return entries_.get()[pid].route; }
   Route& make_route(unsigned pid);
   /// To be called when a route has changed, or `also` another use of the PID.
   void update_wanted(unsigned pid, bool also);
   [[nodiscard]] std::uint64_t packets(unsigned pid) const {
-    return states_.get()[pid] >> pid_state::kCountShift;
+    return entries_.get()[pid].state >> pid_state::kCountShift;
   }
   /// Forgets counters of continuity and sections in progress.
   void forget_progress();
@@ -89,9 +110,8 @@ class PidTable {
   };
 
   // Zero pages until the PID occurs.
-  std::unique_ptr<std::uint64_t[], Free> states_;
+  std::unique_ptr<Entry[], Free> entries_;  // routes point into made_
   std::unique_ptr<Rare[], Free> rare_;
-  std::unique_ptr<Route*[], Free> routes_;  // point into made_
   std::vector<std::unique_ptr<Route>> made_;
 };
 

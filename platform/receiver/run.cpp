@@ -22,17 +22,47 @@ template <typename Piece, std::size_t kSize>
   copy(kSize - sizeof(Piece));
 }
 
-template <typename Piece, std::size_t kOffset>
-[[gnu::always_inline]] inline std::size_t copy(const Run run, std::uint8_t* to, std::size_t limit) {
-  constexpr std::size_t kSize = kPacketSize - kOffset;
+template <typename Piece>
+[[gnu::always_inline]] inline std::size_t payloads(const Run run, std::uint8_t* to,
+                                                   std::size_t limit) {
+  constexpr std::size_t kHeader = 4;
+  constexpr std::size_t kSize = kPacketSize - kHeader;
   const std::uint8_t* data = run.data;
   std::uint32_t header = run.header;
   std::size_t done = 0;
   for (; done < limit && load_be32(data) == header; ++done) {
-    copy_one<Piece, kSize>(to, data + kOffset);
+    copy_one<Piece, kSize>(to, data + kHeader);
     header = next_header(header);
     data += run.stride;
     to += kSize;
+  }
+  return done;
+}
+
+/// Neither lost, repeated, scrambled nor damaged; and a filter of its PID records it.
+inline bool is_only_recorded(std::uint32_t header, std::uint64_t pid) {
+  using namespace header_bits;
+  using namespace pid_state;
+  constexpr std::uint32_t kLookedAt = kSync | kTransportError | kScrambled | kPayload;
+  return (header & kLookedAt) == (kSyncWithoutError | kPayload) && news(header, pid) == kWanted &&
+         (pid & kRecorded) != 0;
+}
+
+template <typename Piece>
+[[gnu::always_inline]] inline std::size_t recorded(const RecordedRun run, std::uint8_t* to) {
+  const std::uint8_t* data = run.data;
+  std::size_t done = 0;
+  for (; done < run.count; ++done) {
+    const Packet packet(data);
+    auto& [state, route] = run.pids[packet.pid()];
+    const std::uint32_t header = load_be32(data);
+    if (!is_only_recorded(header, state) || packet.is_flagged()) break;
+    copy_one<Piece, kPacketSize>(to, data);
+    state = pid_state::counted(state, header);
+    ++route->recorded->records;
+    route->recorded->bytes += kPacketSize;
+    data += run.stride;
+    to += kPacketSize;
   }
   return done;
 }
@@ -41,35 +71,32 @@ template <typename Piece, std::size_t kOffset>
 
 const bool g_wide = __builtin_cpu_supports("avx2");
 
-template <std::size_t kOffset>
-[[gnu::target("avx2")]] std::size_t copy_wide(const Run& run, std::uint8_t* to, std::size_t limit) {
-  return copy<Wide, kOffset>(run, to, limit);
-}
+#define WIDE [[gnu::target("avx2")]]
 
 #else
 
 constexpr bool g_wide = false;
 
-template <std::size_t kOffset>
-std::size_t copy_wide(const Run&, std::uint8_t*, std::size_t) {
-  return 0;
-}
+#define WIDE
 
 #endif
 
-template <std::size_t kOffset>
-std::size_t copy_run(const Run& run, std::uint8_t* to, std::size_t limit) {
-  return g_wide ? copy_wide<kOffset>(run, to, limit) : copy<Narrow, kOffset>(run, to, limit);
+WIDE std::size_t payloads_wide(const Run& run, std::uint8_t* to, std::size_t limit) {
+  return payloads<Wide>(run, to, limit);
+}
+
+WIDE std::size_t recorded_wide(const RecordedRun& run, std::uint8_t* to) {
+  return recorded<Wide>(run, to);
 }
 
 }  // namespace
 
 std::size_t copy_payloads(const Run& run, std::uint8_t* to, std::size_t limit) {
-  return copy_run<4>(run, to, limit);
+  return g_wide ? payloads_wide(run, to, limit) : payloads<Narrow>(run, to, limit);
 }
 
-std::size_t copy_packets(const Run& run, std::uint8_t* to, std::size_t limit) {
-  return copy_run<0>(run, to, limit);
+std::size_t copy_recorded(const RecordedRun& run, std::uint8_t* to) {
+  return g_wide ? recorded_wide(run, to) : recorded<Narrow>(run, to);
 }
 
 }  // namespace qel::receiver

@@ -10,38 +10,29 @@ namespace {
 constexpr std::size_t kAhead = 16 * kPacketSize;  // bytes between use and prefetch
 using namespace header_bits;
 
-constexpr std::uint32_t kSyncWithoutError = 0x47000000;
-
-/// Zero if the packet brings nothing new: the counter is the one expected, it
-/// has a payload, and nobody wants it.
-inline std::uint64_t news(std::uint32_t header, std::uint64_t pid) {
-  return ((header ^ pid) & ~(pid >> state::kIgnoreShift) & state::kCompared) |
-         (pid & state::kWanted);
-}
-
-/// The state of a PID after so many packets in order, the last with `header`.
-inline std::uint64_t counted(std::uint64_t pid, std::uint32_t header, std::uint64_t packets = 1) {
-  constexpr std::uint64_t kReplaced = state::kCounter | state::kRepeated;
-  return ((pid + packets * state::kOnePacket) & ~kReplaced) | ((header + 1) & state::kCounter);
-}
-
 }  // namespace
 
 /// One more packet of a PID that one filter wants, and nothing in it but payload and
-/// what fills it up: most of what is wanted; with it those behind it that go on with
-/// payload alone. Gives their number, 0 where the first has to be looked at.
+/// what fills it up: most of what is wanted; with it those behind it that go the same
+/// way. Gives their number, 0 where the first has to be looked at.
 inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
   const Packet packet(data);
-  const Route* route = input_.pids.route(packet.pid());
+  auto& [pid, route] = input_.pids.entries()[packet.pid()];
   if (!route || !route->only) return 0;
+  if (pid & state::kRecorded) {
+    if (const std::size_t taken = record(data, count)) return taken;
+  }
   const std::size_t stride = input_.sync.stride();
   const std::uint32_t header = load_be32(data);
-  if ((header & (kAdaptation | kUnitStart)) == 0) {
-    const std::size_t taken = to_only({header, data, stride, count}, *route);
-    if (taken > 0) return taken;
+  std::size_t taken = 0;
+  if ((header & (kAdaptation | kUnitStart)) == 0)
+    taken = to_only({header, data, stride, count}, *route);
+  if (taken == 0) {
+    if (packet.is_flagged() || !to_only(packet, *route)) return 0;
+    taken = 1 + to_only({next_header(header), data + stride, stride, count - 1}, *route);
   }
-  if (packet.is_flagged() || !to_only(packet, *route)) return 0;
-  return 1 + to_only({next_header(header), data + stride, stride, count - 1}, *route);
+  pid = state::counted(pid, load_be32(data + (taken - 1) * stride), taken);
+  return taken;
 }
 
 /// Goes through up to `count` packets that follow each other in sync. Gives
@@ -49,7 +40,7 @@ inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
 /// the call was cancelled.
 std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
   const std::size_t stride = input_.sync.stride();
-  std::uint64_t* const states = input_.pids.states();
+  PidTable::Entry* const entries = input_.pids.entries();
   std::uint64_t scrambled = 0;
   std::size_t done = 0;
   for (; done < count; ++done, data += stride) {
@@ -60,17 +51,16 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
       ++input_.counters.transport_errors;
       continue;
     }
-    std::uint64_t& pid = states[(header >> 8) & 0x1fff];
-    const std::uint64_t new_in_it = news(header, pid);
+    std::uint64_t& pid = entries[(header >> 8) & 0x1fff].state;
+    const std::uint64_t new_in_it = state::news(header, pid);
     if ((new_in_it | (header & input_.wanted_bits)) == 0) {
-      pid = counted(pid, header);
+      pid = state::counted(pid, header);
       scrambled += (header & kScrambled) != 0;
       continue;
     }
     if (new_in_it == state::kWanted && (header & (kScrambled | input_.wanted_bits)) == 0 &&
         (header & kPayload) != 0) {
       if (const std::size_t run = quick(data, count - done)) {
-        pid = counted(pid, load_be32(data + (run - 1) * stride), run);
         done += run - 1;
         data += (run - 1) * stride;
         continue;
@@ -86,7 +76,7 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
 /// A packet that is not just one more of its PID. False: the call is cancelled.
 bool Feeder::look_at(const std::uint8_t* data) {
   const Packet packet(data);
-  std::uint64_t& pid = input_.pids.states()[packet.pid()];
+  std::uint64_t& pid = input_.pids.entries()[packet.pid()].state;
   const Continuity continuity = follow(packet, pid);
   if (packet.scrambled() && packet.has_payload()) ++input_.counters.scrambled;
   const bool wanted = (pid & state::kWanted) || (load_be32(data) & input_.wanted_bits);

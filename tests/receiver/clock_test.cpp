@@ -44,11 +44,14 @@ TEST_F(ClockTest, ClockIsReadWithoutAPcrOrFollowsAnotherPid) {
   expect_near(stc(node), 7 * kSecond, "first");
   node.control(KWRX_DMX_START);
   EXPECT_EQ(stc(node), -EAGAIN);
-  // A PID of which the payload is wanted too.
-  node.pes(kClockPid, DMX_OUT_TAP, DMX_PES_PCR0);
-  for (const int second : {8, 9}) {
-    feed(pcr(kClockPid, second * kSecond, true));
-    expect_near(stc(node), second * kSecond, "tapped");
+  // A PID of which more than the clock is wanted.
+  TestNode record("qel_dvr0", O_RDONLY | O_NONBLOCK);
+  for (const dmx_output output : {DMX_OUT_TAP, DMX_OUT_TS_TAP}) {
+    node.pes(kClockPid, output, DMX_PES_PCR0);
+    for (const int second : {8, 9}) {
+      feed(pcr(kClockPid, second * kSecond, true));
+      expect_near(stc(node), second * kSecond, "tapped or recorded");
+    }
   }
 }
 

@@ -179,6 +179,7 @@ TEST_F(PesTest, RunOfPacketsTakesWhatDoesNotGoOnOrIsNotShown) {
       EXPECT_EQ(record.read_all(), expected) << piece;
       for (const TestNode* node : {&record, &recorded})
         EXPECT_EQ(node_counters(*node).records, expected.size() / 188) << piece;
+      EXPECT_EQ(input_counters().scrambled, 2U) << piece;
     }
   }
 }
