@@ -12,7 +12,7 @@ namespace qel::receiver {
 namespace {
 
 constexpr std::uint32_t kPacketsWithAdaptation = header_bits::kAdaptation;
-constexpr std::uint32_t kEveryPacket = 0x47000000;  // bits of the sync byte
+constexpr std::uint32_t kEveryPacket = header_bits::kSyncWithoutError;
 
 bool pacing_at_first() {
   const char* pace = std::getenv("QEL_PACE");

@@ -122,36 +122,16 @@ void Feeder::to_record(const Packet& packet, const Route* route) {
   }
 }
 
-/// To the only filter of a PID, if it takes it at once.
-bool Feeder::to_only(const Packet& packet, const Route& route) {
-  FilterNode& filter = *route.only;
-  if (!route.recorded) return pes_to_only(packet, filter);
-  if (!demux_.record) return true;
-  Ring& ring = demux_.record->ring;
-  if (!ring.has_room(kPacketSize)) return false;
-  ring.append(packet.bytes(), kPacketSize);
-  ring.commit();
-  demux_.touch(ring);
-  ++filter.passed_on.records;
-  filter.passed_on.bytes += kPacketSize;
-  return true;
-}
-
-/// More of a PID to its only filter, unless that records. Gives the number of packets
-/// it takes at once.
-std::size_t Feeder::to_only(const Run& run, const Route& route) {
-  return route.recorded ? 0 : pes_to_only(run, *route.only);
-}
-
 /// Packets that go to the record node alone, whatever their PID. Gives the number of
-/// those it takes at once.
+/// those it takes at once: up to the end of the ring's memory.
 std::size_t Feeder::record(const std::uint8_t* data, std::size_t count) {
   if (!demux_.record) return 0;
   Ring& ring = demux_.record->ring;
   const auto tail = ring.tail();
-  const std::size_t taken = copy_recorded({input_.pids.entries(), data, input_.sync.stride(),
-                                           std::min(count, tail.size() / kPacketSize)},
-                                          tail.data());
+  const std::size_t room = tail.size() / kPacketSize;
+  const RecordedRun run{input_.pids.entries(), data, input_.sync.stride(), std::min(count, room),
+                        &input_.counters.scrambled};
+  const std::size_t taken = copy_recorded(run, tail.data());
   ring.advance(taken * kPacketSize);
   ring.commit(taken);
   demux_.touch(ring);

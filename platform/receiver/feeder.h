@@ -54,8 +54,6 @@ class Feeder {
   RingNode* without_room(const Packet& packet, std::size_t& bytes);
   void hand_out(const Packet& packet, Route* route);
   void to_record(const Packet& packet, const Route* route);
-  bool to_only(const Packet& packet, const Route& route);
-  std::size_t to_only(const Run& run, const Route& route);
   std::size_t record(const std::uint8_t* data, std::size_t count);
   bool sections(const Packet& packet, Route& route, bool lost);
   bool deliver(Route& route, unsigned pid, const Section& section);

@@ -8,6 +8,7 @@
 namespace qel::receiver {
 
 inline constexpr std::size_t kPacketSize = 188;
+inline constexpr std::size_t kHeaderSize = 4;
 inline constexpr std::uint8_t kSyncByte = 0x47;
 inline constexpr unsigned kNullPid = 0x1fff;
 /// As the PID of a PES filter: all packets.
@@ -17,7 +18,7 @@ inline constexpr unsigned kAllPids = 0x2000;
 namespace header_bits {
 inline constexpr std::uint32_t kSync = 0xff000000;
 inline constexpr std::uint32_t kTransportError = 0x800000;
-inline constexpr std::uint32_t kSyncWithoutError = 0x47000000;  // those of kSync and it
+inline constexpr std::uint32_t kSyncWithoutError = 0x47000000;  // of the two
 inline constexpr std::uint32_t kUnitStart = 0x400000;
 inline constexpr std::uint32_t kScrambled = 0xc0;
 inline constexpr std::uint32_t kAdaptation = 0x20;
@@ -59,7 +60,7 @@ class Packet {
 
   /// Bytes before the payload; the whole packet where there is none.
   [[nodiscard]] std::size_t payload_offset() const {
-    const std::size_t offset = has_adaptation() ? std::size_t{5} + bytes_[4] : 4;
+    const std::size_t offset = has_adaptation() ? kHeaderSize + 1 + bytes_[4] : kHeaderSize;
     return has_payload() && offset < kPacketSize ? offset : kPacketSize;
   }
   [[nodiscard]] const std::uint8_t* payload() const { return bytes_ + payload_offset(); }

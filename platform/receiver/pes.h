@@ -26,8 +26,9 @@ class PesUnit {
   /// Bytes that may come without being looked at: what is left of the declared length;
   /// none before that has been read; SIZE_MAX where none is declared or it is reached.
   [[nodiscard]] std::size_t rest() const {
-    if (open_ && taken_ < kHeader) return 0;
-    return open_ && total_ != 0 ? total_ - taken_ : SIZE_MAX;
+    if (!open_) return SIZE_MAX;
+    if (taken_ < kHeader) return 0;
+    return total_ != 0 ? total_ - taken_ : SIZE_MAX;
   }
 
   /// True from a payload unit start until the declared length is reached.

@@ -65,7 +65,7 @@ bool Feeder::pes_to_only(const Packet& packet, FilterNode& filter) {
 
 /// Stops before the PES packet's declared end would fall within a packet.
 std::size_t Feeder::pes_to_only(const Run& run, FilterNode& filter) {
-  constexpr std::size_t kPayload = kPacketSize - 4;
+  constexpr std::size_t kPayload = kPacketSize - kHeaderSize;
   RingNode* node = target_of(filter);
   PesUnit& unit = filter.unit;
   if (!node || !(filter.port ? filter.port_started : unit.open())) return 0;

@@ -41,13 +41,12 @@ Route& PidTable::make_route(unsigned pid) {
 void PidTable::update_wanted(unsigned pid, bool also) {
   if (pid >= kPids) return;
   auto& [state, route] = entries_[pid];
-  state &= ~(pid_state::kWanted | pid_state::kRecorded);
+  state &= ~pid_state::kWanted;
   if (also || (route && !route->empty())) state |= pid_state::kWanted;
   if (!route) return;
   route->only = only_taker(*route);
   const bool recorded = route->only && !route->record.empty();
   route->recorded = recorded ? &route->only->passed_on : nullptr;
-  if (recorded) state |= pid_state::kRecorded;
 }
 
 void PidTable::forget_progress() {

@@ -30,7 +30,7 @@ struct Route {
   /// The one PES or record filter that gets packets without flags in an adaptation
   /// field; nullptr where there is none, or more.
   FilterNode* only = nullptr;
-  /// What it passes on where it records.
+  /// What it passes on where it records; nullptr where it does not.
   Ring::Counters* recorded = nullptr;
 
   std::vector<SectionEntry> sections;
@@ -56,7 +56,6 @@ inline constexpr std::uint64_t kCompared = 0x1f;
 inline constexpr unsigned kIgnoreShift = 8;
 inline constexpr std::uint64_t kWanted = 0x2000;
 inline constexpr std::uint64_t kRepeated = 0x4000;  // the last packet was a repeat
-inline constexpr std::uint64_t kRecorded = 0x8000;  // its only taker is the record node
 inline constexpr std::uint64_t kOnePacket = 0x10000;
 inline constexpr unsigned kCountShift = 16;
 

@@ -25,13 +25,12 @@ template <typename Piece, std::size_t kSize>
 template <typename Piece>
 [[gnu::always_inline]] inline std::size_t payloads(const Run run, std::uint8_t* to,
                                                    std::size_t limit) {
-  constexpr std::size_t kHeader = 4;
-  constexpr std::size_t kSize = kPacketSize - kHeader;
+  constexpr std::size_t kSize = kPacketSize - kHeaderSize;
   const std::uint8_t* data = run.data;
   std::uint32_t header = run.header;
   std::size_t done = 0;
   for (; done < limit && load_be32(data) == header; ++done) {
-    copy_one<Piece, kSize>(to, data + kHeader);
+    copy_one<Piece, kSize>(to, data + kHeaderSize);
     header = next_header(header);
     data += run.stride;
     to += kSize;
@@ -39,31 +38,33 @@ template <typename Piece>
   return done;
 }
 
-/// Neither lost, repeated, scrambled nor damaged; and a filter of its PID records it.
-inline bool is_only_recorded(std::uint32_t header, std::uint64_t pid) {
+/// Nothing about the packet is new, and it only fills up beside its payload.
+inline bool is_plain(const Packet& packet, std::uint32_t header, std::uint64_t pid) {
   using namespace header_bits;
-  using namespace pid_state;
-  constexpr std::uint32_t kLookedAt = kSync | kTransportError | kScrambled | kPayload;
-  return (header & kLookedAt) == (kSyncWithoutError | kPayload) && news(header, pid) == kWanted &&
-         (pid & kRecorded) != 0;
+  constexpr std::uint32_t kLookedAt = kSync | kTransportError | kPayload;
+  return (header & kLookedAt) == (kSyncWithoutError | kPayload) &&
+         pid_state::news(header, pid) == pid_state::kWanted && !packet.is_flagged();
 }
 
 template <typename Piece>
 [[gnu::always_inline]] inline std::size_t recorded(const RecordedRun run, std::uint8_t* to) {
   const std::uint8_t* data = run.data;
+  std::uint64_t scrambled = 0;
   std::size_t done = 0;
   for (; done < run.count; ++done) {
     const Packet packet(data);
     auto& [state, route] = run.pids[packet.pid()];
     const std::uint32_t header = load_be32(data);
-    if (!is_only_recorded(header, state) || packet.is_flagged()) break;
+    if (!is_plain(packet, header, state) || !route || !route->recorded) break;
     copy_one<Piece, kPacketSize>(to, data);
     state = pid_state::counted(state, header);
+    scrambled += packet.scrambled();
     ++route->recorded->records;
     route->recorded->bytes += kPacketSize;
     data += run.stride;
     to += kPacketSize;
   }
+  *run.scrambled += scrambled;
   return done;
 }
 

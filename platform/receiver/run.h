@@ -29,12 +29,13 @@ inline std::uint32_t next_header(std::uint32_t header) {
 std::size_t copy_payloads(const Run& run, std::uint8_t* to, std::size_t limit);
 
 /// Up to `count` packets, of which those are meant up to the first that needs more than
-/// to be recorded: of a PID that others want too, lost before, scrambled, with flags.
+/// to be recorded: of a PID that others want too, repeated or behind a loss, with flags.
 struct RecordedRun {
   PidTable::Entry* pids;
   const std::uint8_t* data;
   std::size_t stride;
   std::size_t count;
+  std::uint64_t* scrambled;  // counts those that are
 };
 
 /// Copies the packets of the run one behind the other, and counts them. Gives their number.

@@ -19,17 +19,16 @@ inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
   const Packet packet(data);
   auto& [pid, route] = input_.pids.entries()[packet.pid()];
   if (!route || !route->only) return 0;
-  if (pid & state::kRecorded) {
-    if (const std::size_t taken = record(data, count)) return taken;
-  }
+  if (route->recorded) return record(data, count);
+  if (packet.scrambled()) return 0;
   const std::size_t stride = input_.sync.stride();
   const std::uint32_t header = load_be32(data);
   std::size_t taken = 0;
   if ((header & (kAdaptation | kUnitStart)) == 0)
-    taken = to_only({header, data, stride, count}, *route);
+    taken = pes_to_only({header, data, stride, count}, *route->only);
   if (taken == 0) {
-    if (packet.is_flagged() || !to_only(packet, *route)) return 0;
-    taken = 1 + to_only({next_header(header), data + stride, stride, count - 1}, *route);
+    if (packet.is_flagged() || !pes_to_only(packet, *route->only)) return 0;
+    taken = 1 + pes_to_only({next_header(header), data + stride, stride, count - 1}, *route->only);
   }
   pid = state::counted(pid, load_be32(data + (taken - 1) * stride), taken);
   return taken;
@@ -58,7 +57,7 @@ std::size_t Feeder::walk(const std::uint8_t* data, std::size_t count) {
       scrambled += (header & kScrambled) != 0;
       continue;
     }
-    if (new_in_it == state::kWanted && (header & (kScrambled | input_.wanted_bits)) == 0 &&
+    if (new_in_it == state::kWanted && (header & input_.wanted_bits) == 0 &&
         (header & kPayload) != 0) {
       if (const std::size_t run = quick(data, count - done)) {
         done += run - 1;

@@ -40,22 +40,18 @@ int TestNode::buffer(std::size_t size) const {
 
 int TestNode::section(unsigned pid, unsigned flags, const dmx_filter& filter,
                       unsigned timeout) const {
-  dmx_sct_filter_params params{};
-  params.pid = static_cast<std::uint16_t>(pid);
-  params.filter = filter;
-  params.flags = flags;
-  params.timeout = timeout;
+  dmx_sct_filter_params params{
+      .pid = static_cast<std::uint16_t>(pid), .filter = filter, .timeout = timeout, .flags = flags};
   return control(KWRX_DMX_SET_FILTER, &params);
 }
 
 int TestNode::pes(unsigned pid, dmx_output output, dmx_ts_pes type, dmx_input input,
                   unsigned flags) const {
-  dmx_pes_filter_params params{};
-  params.pid = static_cast<std::uint16_t>(pid);
-  params.input = input;
-  params.output = output;
-  params.pes_type = type;
-  params.flags = flags;
+  dmx_pes_filter_params params{.pid = static_cast<std::uint16_t>(pid),
+                               .input = input,
+                               .output = output,
+                               .pes_type = type,
+                               .flags = flags};
   return control(KWRX_DMX_SET_PES_FILTER, &params);
 }
 
