@@ -177,21 +177,31 @@ void play_from_memory(GstElement* element) {
   gst_object_unref(source);
 }
 
-std::string write_programme() {
-  g_autofree gchar* name = nullptr;
-  const vantrel::UniqueFD file(g_file_open_tmp("programme-XXXXXX", &name, nullptr));
-  std::ofstream(name, std::ios::binary)
-      .write(reinterpret_cast<const char*>(programme().data()),
-             static_cast<std::streamsize>(programme().size()));
-  return name;
-}
+/// The programme in a file, which is gone when the process ends.
+class ProgrammeFile {
+ public:
+  ProgrammeFile() {
+    const vantrel::UniqueFD file(g_file_open_tmp("programme-XXXXXX", &name_, nullptr));
+    std::ofstream(name_, std::ios::binary)
+        .write(reinterpret_cast<const char*>(programme().data()),
+               static_cast<std::streamsize>(programme().size()));
+  }
+  ~ProgrammeFile() {
+    std::remove(name_);
+    g_free(name_);
+  }
+  ProgrammeFile(const ProgrammeFile&) = delete;
+  ProgrammeFile& operator=(const ProgrammeFile&) = delete;
 
-const std::string& programme_file() {
-  static const std::string name = [] {
-    std::atexit([] { std::remove(programme_file().c_str()); });
-    return write_programme();
-  }();
-  return name;
+  [[nodiscard]] const char* name() const { return name_; }
+
+ private:
+  gchar* name_ = nullptr;
+};
+
+const char* programme_file() {
+  static const ProgrammeFile file;
+  return file.name();
 }
 
 GstPadProbeReturn see_event(GstPad*, GstPadProbeInfo* info, gpointer) {
@@ -204,7 +214,7 @@ void play_from_file(GstElement* element) {
   g_ended = false;
   GstElement* pipeline = gst_pipeline_new(nullptr);
   GstElement* file = gst_element_factory_make("filesrc", nullptr);
-  g_object_set(file, "location", programme_file().c_str(), "blocksize", guint{kBlock}, nullptr);
+  g_object_set(file, "location", programme_file(), "blocksize", guint{kBlock}, nullptr);
   gst_bin_add_many(GST_BIN(pipeline), file, element, nullptr);
   gst_element_link(file, element);
   GstPad* sink = gst_element_get_static_pad(element, "sink");
