@@ -129,8 +129,9 @@ std::size_t Feeder::record(const std::uint8_t* data, std::size_t count) {
   Ring& ring = demux_.record->ring;
   const auto tail = ring.tail();
   const std::size_t room = tail.size() / kPacketSize;
-  const RecordedRun run{input_.pids.entries(), data, input_.sync.stride(), std::min(count, room),
-                        &input_.counters.scrambled};
+  const RecordedRun run{input_.pids.entries(), data,
+                        input_.sync.stride(),  std::min(count, room),
+                        input_.wanted_bits,    &input_.counters.scrambled};
   const std::size_t taken = copy_recorded(run, tail.data());
   ring.advance(taken * kPacketSize);
   ring.commit(taken);

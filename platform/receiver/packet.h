@@ -46,8 +46,6 @@ class Packet {
   [[nodiscard]] unsigned counter() const { return header_ & header_bits::kCounter; }
   /// True where the adaptation field is there and long enough to have flags.
   [[nodiscard]] bool has_flags() const { return has_adaptation() && bytes_[4] > 0; }
-  /// True where the adaptation field does more than fill the packet up.
-  [[nodiscard]] bool is_flagged() const { return has_flags() && bytes_[5] != 0; }
   [[nodiscard]] bool discontinuity() const { return has_flags() && (bytes_[5] & 0x80); }
   [[nodiscard]] bool has_pcr() const { return has_flags() && (bytes_[5] & 0x10) && bytes_[4] >= 7; }
 

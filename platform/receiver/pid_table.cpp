@@ -38,11 +38,12 @@ Route& PidTable::make_route(unsigned pid) {
   return *route;
 }
 
-void PidTable::update_wanted(unsigned pid, bool also) {
+void PidTable::update_wanted(unsigned pid, bool paces) {
   if (pid >= kPids) return;
   auto& [state, route] = entries_[pid];
-  state &= ~pid_state::kWanted;
-  if (also || (route && !route->empty())) state |= pid_state::kWanted;
+  state &= ~(pid_state::kWanted | pid_state::kClock);
+  if (paces || (route && !route->empty())) state |= pid_state::kWanted;
+  if (paces || (route && !route->clocks.empty())) state |= pid_state::kClock;
   if (!route) return;
   route->only = only_taker(*route);
   const bool recorded = route->only && !route->record.empty();

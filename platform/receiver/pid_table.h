@@ -27,8 +27,8 @@ struct SectionEntry {
 /// Where the packets of one PID of one input go. Kept once made: a feeder that
 /// waits in the middle of a packet comes back to it.
 struct Route {
-  /// The one PES or record filter that gets packets without flags in an adaptation
-  /// field; nullptr where there is none, or more.
+  /// The one PES or record filter that gets the packets; nullptr where there is none, or
+  /// more.
   FilterNode* only = nullptr;
   /// What it passes on where it records; nullptr where it does not.
   Ring::Counters* recorded = nullptr;
@@ -53,6 +53,7 @@ namespace pid_state {
 inline constexpr std::uint64_t kCounter = 0xf;
 inline constexpr std::uint64_t kKnown = 0x10;
 inline constexpr std::uint64_t kCompared = 0x1f;
+inline constexpr std::uint64_t kClock = 0x20;  // a clock or the pace follows its PCRs
 inline constexpr unsigned kIgnoreShift = 8;
 inline constexpr std::uint64_t kWanted = 0x2000;
 inline constexpr std::uint64_t kRepeated = 0x4000;  // the last packet was a repeat
@@ -93,8 +94,8 @@ class PidTable {
   /// The route of a PID, or nullptr; kAllPids has one too.
   [[nodiscard]] Route* route(unsigned pid) { return entries_.get()[pid].route; }
   Route& make_route(unsigned pid);
-  /// To be called when a route has changed, or `also` another use of the PID.
-  void update_wanted(unsigned pid, bool also);
+  /// To be called when a route has changed, or whether the PID sets the pace.
+  void update_wanted(unsigned pid, bool paces);
   [[nodiscard]] std::uint64_t packets(unsigned pid) const {
     return entries_.get()[pid].state >> pid_state::kCountShift;
   }

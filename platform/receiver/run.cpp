@@ -38,16 +38,10 @@ template <typename Piece>
   return done;
 }
 
-/// Nothing about the packet is new, and it only fills up beside its payload.
-inline bool is_plain(const Packet& packet, std::uint32_t header, std::uint64_t pid) {
-  using namespace header_bits;
-  constexpr std::uint32_t kLookedAt = kSync | kTransportError | kPayload;
-  return (header & kLookedAt) == (kSyncWithoutError | kPayload) &&
-         pid_state::news(header, pid) == pid_state::kWanted && !packet.is_flagged();
-}
-
 template <typename Piece>
 [[gnu::always_inline]] inline std::size_t recorded(const RecordedRun run, std::uint8_t* to) {
+  using namespace header_bits;
+  const std::uint32_t looked_at = kSync | kTransportError | kPayload | run.wanted_bits;
   const std::uint8_t* data = run.data;
   std::uint64_t scrambled = 0;
   std::size_t done = 0;
@@ -55,7 +49,10 @@ template <typename Piece>
     const Packet packet(data);
     auto& [state, route] = run.pids[packet.pid()];
     const std::uint32_t header = load_be32(data);
-    if (!is_plain(packet, header, state) || !route || !route->recorded) break;
+    if ((header & looked_at) != (kSyncWithoutError | kPayload)) break;
+    if (pid_state::news(header, state) != pid_state::kWanted) break;
+    if (!route || !route->recorded) break;
+    if ((state & pid_state::kClock) && packet.has_pcr()) break;
     copy_one<Piece, kPacketSize>(to, data);
     state = pid_state::counted(state, header);
     scrambled += packet.scrambled();

@@ -29,13 +29,15 @@ inline std::uint32_t next_header(std::uint32_t header) {
 std::size_t copy_payloads(const Run& run, std::uint8_t* to, std::size_t limit);
 
 /// Up to `count` packets, of which those are meant up to the first that needs more than
-/// to be recorded: of a PID that others want too, repeated or behind a loss, with flags.
+/// to be recorded: of a PID that others want too, repeated or behind a loss, with a PCR
+/// that is followed.
 struct RecordedRun {
   PidTable::Entry* pids;
   const std::uint8_t* data;
   std::size_t stride;
   std::size_t count;
-  std::uint64_t* scrambled;  // counts those that are
+  std::uint32_t wanted_bits;  // of a header: others want what has them
+  std::uint64_t* scrambled;   // counts those that are
 };
 
 /// Copies the packets of the run one behind the other, and counts them. Gives their number.

@@ -12,9 +12,9 @@ using namespace header_bits;
 
 }  // namespace
 
-/// One more packet of a PID that one filter wants, and nothing in it but payload and
-/// what fills it up: most of what is wanted; with it those behind it that go the same
-/// way. Gives their number, 0 where the first has to be looked at.
+/// One more packet of a PID that one filter wants, and of whose adaptation field nobody
+/// wants anything: most of what is wanted; with it those behind it that go the same way.
+/// Gives their number, 0 where the first has to be looked at.
 inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
   const Packet packet(data);
   auto& [pid, route] = input_.pids.entries()[packet.pid()];
@@ -27,7 +27,8 @@ inline std::size_t Feeder::quick(const std::uint8_t* data, std::size_t count) {
   if ((header & (kAdaptation | kUnitStart)) == 0)
     taken = pes_to_only({header, data, stride, count}, *route->only);
   if (taken == 0) {
-    if (packet.is_flagged() || !pes_to_only(packet, *route->only)) return 0;
+    if ((pid & state::kClock) && packet.has_pcr()) return 0;
+    if (!pes_to_only(packet, *route->only)) return 0;
     taken = 1 + pes_to_only({next_header(header), data + stride, stride, count - 1}, *route->only);
   }
   pid = state::counted(pid, load_be32(data + (taken - 1) * stride), taken);

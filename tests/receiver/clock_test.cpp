@@ -205,6 +205,23 @@ TEST_F(TemiTest, DescriptorsAreMissedBeforeStartOrLeftBehindByStop) {
   EXPECT_TRUE(node.drain().empty());
 }
 
+TEST_F(TemiTest, DescriptorsAmidARunOfPacketsAreMissedOrNotRecorded) {
+  const Bytes timeline = descriptor(0x04, 10);
+  for (const dmx_output output : {DMX_OUT_TS_TAP, DMX_OUT_TAP}) {
+    TestNode node("qel_temi0", O_RDONLY | O_NONBLOCK), filter("qel_demux0");
+    TestNode record("qel_dvr0", O_RDONLY | O_NONBLOCK);
+    node.control(KWRX_DMX_START);
+    filter.pes(0x100, output);
+    const Bytes packets = stream::join({mux.unit(0x100, stream::pes(0xe0, 3 * 184 - 9, false)),
+                                        packet(0x100, timeline, true),
+                                        mux.packet(0x100, stream::counting(184)),
+                                        packet(0x100, timeline, true)});
+    feed(packets);
+    EXPECT_EQ(node.read(), timeline + timeline);
+    EXPECT_EQ(record.read_all(), output == DMX_OUT_TS_TAP ? packets : Bytes());
+  }
+}
+
 TEST_F(TemiTest, FullNodeLosesDescriptorsOfARecordingOrCutsThem) {
   TestNode node("qel_temi0", O_RDONLY | O_NONBLOCK);
   const Bytes timeline = descriptor(0x04, 98);  // of 100 bytes
