@@ -50,9 +50,8 @@ Bytes make_stream(unsigned services, unsigned seconds, std::size_t picture) {
     if (frame % 5 == 0) all += mux.sections(0, {pat(services)});
     for (unsigned service = 0; service < services; service++) {
       if (frame % 5 == 0) all += mux.sections(kFirstPmtPid + service, {pmt(service)});
-      all += mux.packet(pid_of(service, 0), {},
-                        {.pcr = static_cast<std::int64_t>((stamp - 45000) * 300)});
-      all += mux.unit(pid_of(service, 0), stream::pes_with_pts(0xE0, stamp, picture, false));
+      all += mux.unit(pid_of(service, 0), stream::pes_with_pts(0xE0, stamp, picture, false),
+                      static_cast<std::int64_t>((stamp - 45000) * 300));
       for (unsigned i = 1; i < kPidsOfService; i++)
         all += mux.unit(pid_of(service, i), stream::pes_with_pts(0xC0, stamp, 480));
     }

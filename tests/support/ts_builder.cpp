@@ -172,6 +172,7 @@ Bytes Multiplex::sections(unsigned pid, const std::vector<Bytes>& list, std::siz
     Header header;
     header.unit_start = start != starts.end() && *start - at < kPayload - 1;
     Bytes payload;
+    payload.reserve(kPayload);
     if (header.unit_start) payload.push_back(low(*start - at));
     const std::size_t count = std::min(all.size() - at, kPayload - payload.size());
     payload += slice(all, at, count);
@@ -182,12 +183,14 @@ Bytes Multiplex::sections(unsigned pid, const std::vector<Bytes>& list, std::siz
   return out;
 }
 
-Bytes Multiplex::unit(unsigned pid, const Bytes& bytes) {
+Bytes Multiplex::unit(unsigned pid, const Bytes& bytes, std::int64_t pcr) {
   Bytes out;
-  for (std::size_t at = 0; at < bytes.size(); at += kPayload) {
-    Header header;
-    header.unit_start = at == 0;
-    out += packet(pid, slice(bytes, at, std::min(kPayload, bytes.size() - at)), header);
+  Header header{.unit_start = true, .pcr = pcr};
+  for (std::size_t at = 0, count = 0; at < bytes.size(); at += count) {
+    const std::size_t fields = adaptation_fields(header).size();
+    count = std::min(bytes.size() - at, fields > 0 ? kPayload - 1 - fields : kPayload);
+    out += packet(pid, slice(bytes, at, count), header);
+    header = {};
   }
   return out;
 }

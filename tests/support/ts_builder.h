@@ -89,8 +89,8 @@ class Multiplex {
   /// section that came before.
   Bytes sections(unsigned pid, const std::vector<Bytes>& list, std::size_t offset = 0);
 
-  /// One PES packet from a payload unit start on.
-  Bytes unit(unsigned pid, const Bytes& bytes);
+  /// One PES packet from a payload unit start on, with a PCR, if any, in its first packet.
+  Bytes unit(unsigned pid, const Bytes& bytes, std::int64_t pcr = -1);
 
   Bytes null_packets(std::size_t count);
 
