@@ -149,9 +149,10 @@ TEST(SectionReader, SurvivesFailedAndShortReads) {
       "qel_demux0 read 2 short=3\n"
       "qel_demux0 read 4 ETIMEDOUT\n");
   Log log;
-  element.go(GST_STATE_PLAYING);
+  // Before the reader is there: it reads empty nodes too, and those reads count.
   Carousel carousel(3);
   element.feed(carousel.turn());
+  element.go(GST_STATE_PLAYING);
   EXPECT_TRUE(eventually([&] { return element.delivered() >= 3; }));
   EXPECT_TRUE(log.has("[GST_VANTREL][1]vantrel_read_sections: read error!"));
   EXPECT_TRUE(log.has("[GST_VANTREL]vantrel_read_sections count: 3!!!!"));
