@@ -3,6 +3,8 @@
 
 #include <array>
 
+#include "instance/log.h"
+
 namespace vantrel {
 namespace {
 
@@ -16,20 +18,40 @@ GQuark caps_quark() {
   return quark;
 }
 
+/// Where an event comes to next: to the peer, and through the pads of a bin.
+PadRef next_pad(GstPad* pad) {
+  if (GST_PAD_IS_SRC(pad)) return PadRef::take(gst_pad_get_peer(pad));
+  if (!GST_IS_PROXY_PAD(pad)) return {};
+  return PadRef::take(GST_PAD(gst_proxy_pad_get_internal(GST_PROXY_PAD(pad))));
+}
+
 /// The pad at the other end, past those that bins put in between.
 PadRef far_peer(GstPad* pad) {
-  PadRef peer = PadRef::take(gst_pad_get_peer(pad));
-  while (peer && GST_IS_PROXY_PAD(peer.get())) {
-    const PadRef inner =
-        PadRef::take(GST_PAD(gst_proxy_pad_get_internal(GST_PROXY_PAD(peer.get()))));
-    peer = PadRef::take(inner ? gst_pad_get_peer(inner.get()) : nullptr);
-  }
-  return peer;
+  PadRef at = next_pad(pad);
+  while (at && (GST_PAD_IS_SRC(at.get()) || GST_IS_PROXY_PAD(at.get()))) at = next_pad(at.get());
+  return at;
 }
 
 bool has_stored(GstPad* pad, GstEventType type) {
   g_autoptr(GstEvent) event = gst_pad_get_sticky_event(pad, type, 0);
   return event != nullptr;
+}
+
+/// Of caps that a decoder does not take no push tells, and no buffers come that would.
+void report_refused_caps(GstPad* pad) {
+  const PadRef peer = far_peer(pad);
+  if (!peer || !gst_pad_is_active(peer.get()) || has_stored(peer.get(), GST_EVENT_CAPS)) return;
+  g_autoptr(GstCaps) caps = gst_pad_get_current_caps(pad);
+  if (caps == nullptr) return;
+  g_autofree gchar* text = gst_caps_to_string(caps);
+  LOG_WARNING("%s: the decoder refuses %s", GST_PAD_NAME(pad), text);
+}
+
+/// Takes the event.
+void push(GstPad* pad, GstEvent* event) {
+  const bool is_caps = GST_EVENT_TYPE(event) == GST_EVENT_CAPS;
+  gst_pad_push_event(pad, event);
+  if (is_caps) report_refused_caps(pad);
 }
 
 /// Copies, since the pads in between drop an event that they have had already.
@@ -44,7 +66,7 @@ void deliver_now(GstPad* pad) {
     if (event != nullptr) missed[i] = gst_event_copy(event);
   }
   for (GstEvent* event : missed)
-    if (event != nullptr) gst_pad_push_event(pad, event);
+    if (event != nullptr) push(pad, event);
 }
 
 /// Marks the pad as one that a thread of the framework's delivers to; false when
@@ -78,10 +100,7 @@ void deliver_later(GstVantrel* self, GstPad* pad) {
 
 /// Takes the event.
 void send(GstVantrel* self, GstPad* pad, GstEvent* event) {
-  if (!gst_pad_is_blocked(pad)) {
-    gst_pad_push_event(pad, event);
-    return;
-  }
+  if (!is_blocked(pad)) return push(pad, event);
   gst_pad_store_sticky_event(pad, event);
   gst_event_unref(event);
   deliver_later(self, pad);
@@ -100,6 +119,12 @@ guint group_id_of(GstVantrel* self) {
 }
 
 }  // namespace
+
+bool is_blocked(GstPad* pad) {
+  PadRef at = PadRef::share(pad);
+  while (at && !gst_pad_is_blocked(at.get())) at = next_pad(at.get());
+  return static_cast<bool>(at);
+}
 
 std::vector<PadRef> source_pads(GstVantrel* self) {
   std::vector<PadRef> pads;
@@ -130,7 +155,7 @@ void send_upstreams_position(GstVantrel* self, GstPad* pad) {
 }
 
 void deliver_stored_events(GstVantrel* self, GstPad* pad) {
-  if (gst_pad_is_blocked(pad))
+  if (is_blocked(pad))
     deliver_later(self, pad);
   else
     deliver_now(pad);

@@ -12,8 +12,12 @@ namespace vantrel {
 // brought to it. All functions run without stream_lock.
 //
 // A blocked pad would hold the thread that pushes, often the very one that is to
-// unblock it. There the events are kept and go out from a thread of the
-// framework's, which waits in their place.
+// unblock it; so would one behind it. There the events are kept and go out from a
+// thread of the framework's, which waits in their place.
+
+/// True where a push waits: a probe blocks the pad, the one at the other end, or one of
+/// those that bins put in between.
+bool is_blocked(GstPad* pad);
 
 /// Every source pad of the element, those without a stream too.
 std::vector<PadRef> source_pads(GstVantrel* self);

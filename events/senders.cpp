@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "events/senders.h"
 
+#include "demux/sticky_events.h"
 #include "demux/stream_table.h"
 #include "instance/log.h"
 
@@ -52,7 +53,7 @@ struct WaitingPush {
 /// elsewhere.
 bool push_when_unblocked(GstVantrel* self, const StreamPtr& stream, GstStructure* structure) {
   const PadRef pad = stream_pad(self, stream);
-  if (!pad || !gst_pad_is_linked(pad.get()) || !gst_pad_is_blocked(pad.get())) return false;
+  if (!pad || !gst_pad_is_linked(pad.get()) || !is_blocked(pad.get())) return false;
   auto* waiting =
       new WaitingPush{pad, gst_event_new_custom(GST_EVENT_CUSTOM_DOWNSTREAM_OOB, structure)};
   const auto push = [](GstElement*, gpointer data) {
