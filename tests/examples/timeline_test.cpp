@@ -3,6 +3,8 @@
 // The example that PRINT_TIMELINE names reads what was written into a file.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 
 #include "tests/support/ts_builder.h"
@@ -29,7 +31,7 @@ TEST(Timeline, ReachesAnApplicationThatOnlyKnowsThePlugin) {
         {.pcr = i * 300000,
          .af_descriptors = stream::timeline(7, 1000, 40U * i) + stream::af_descriptor(9, {1, 2}) +
                            stream::af_descriptor(5, {i})});
-  const std::string path = testing::TempDir() + "timeline.ts";
+  const std::string path = testing::TempDir() + "timeline-" + std::to_string(getpid()) + ".ts";
   stream::save(path, stream::text(packets));
   std::string expected;
   for (unsigned i = 0; i < 100; i++) {

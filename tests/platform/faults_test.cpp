@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "tests/support/process.h"
 #include "tests/support/test_node.h"
 
 namespace {
@@ -164,7 +165,7 @@ class FaultsFile : public testing::Test {
  protected:
   void SetUp() override {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    path_ = testing::TempDir() + "vantrel-faults-" + std::to_string(getuid());
+    path_ = own_file("vantrel-faults");
   }
   void TearDown() override { unlink(path_.c_str()); }
   void write(const char* text) { std::ofstream(path_) << text; }

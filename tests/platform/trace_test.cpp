@@ -13,6 +13,7 @@
 #include <regex>
 #include <vector>
 
+#include "tests/support/process.h"
 #include "tests/support/test_node.h"
 
 namespace {
@@ -175,7 +176,7 @@ TEST_F(TraceEnvironment, StandardErrorGetsNothing) {
 }
 
 TEST_F(TraceEnvironment, FileGetsNothingOrReadsUnasked) {
-  const std::string path = testing::TempDir() + "vantrel-trace-" + std::to_string(getuid());
+  const std::string path = own_file("vantrel-trace");
   EXPECT_EXIT(open_and_read(path.c_str(), "0"), testing::ExitedWithCode(0), "");
   std::ifstream file(path);
   const std::string text((std::istreambuf_iterator<char>(file)), {});

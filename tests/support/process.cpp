@@ -38,6 +38,12 @@ void within_limit(const std::function<void()>& body, std::chrono::seconds limit)
   done.get();
 }
 
+std::string own_file(const std::string& name) {
+  constexpr const char* kOwner = "VANTREL_TEST_PROCESS";
+  setenv(kOwner, std::to_string(getpid()).c_str(), 0);
+  return std::filesystem::temp_directory_path() / (name + "-" + std::getenv(kOwner));
+}
+
 std::size_t open_descriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -24,6 +25,10 @@ bool eventually(const std::function<bool()>& condition);
 /// Runs `body` on a thread of its own and ends the program where it does not
 /// come back: a deadlock is to fail, not to hang.
 void within_limit(const std::function<void()>& body, std::chrono::seconds limit = 3 * kPatience);
+
+/// Path of a temporary file of the process's own; its death tests' children, which
+/// inherit the environment, are given the same one.
+std::string own_file(const std::string& name);
 
 /// Descriptors this process has open.
 std::size_t open_descriptors();
