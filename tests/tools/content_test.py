@@ -4,12 +4,18 @@
 content_test.py PROGRAM [unittest options]."""
 
 import json
+import os
+import pty
+import re
 import shutil
 import subprocess
 import unittest
 
 import atsc_stream
-from program import captured, needs_streams, own_stream, report, run, temporary
+import broken_stream
+from broken_stream import AUDIO, NULL, VIDEO
+from program import (PROGRAM, captured, change_pmt, needs_streams, own_stream, planned, report,
+                     run, temporary)
 
 
 def png_size(path):
@@ -89,6 +95,66 @@ class Data(unittest.TestCase):
             self.assertAlmostEqual((stamps[-1] - stamps[0]) / 90000, seconds, delta=0.5)
 
 
+class Ports(unittest.TestCase):
+    SUBTITLE = 0x102
+    PMT = (b"\xe1\x00\xf0\x00\x02\xe1\x00\xf0\x00\x03\xe1\x01\xf0\x00"
+           b"\x06\xe1\x02\xf0\x0a\x59\x08eng\x10\x00\x01\x00\x01")
+    BEGIN = 1000  # seconds, of the clock
+
+    def stream(self):
+        """Five seconds, subtitles of 100 bytes in every other NULL packet, and the last
+        packet of sound scrambled."""
+        packets = broken_stream.plan(5, self.BEGIN * 1000 * broken_stream.TICKS)
+        change_pmt(packets, 0, self.PMT)
+        subtitle = b"\0\0\1\xbd" + (94).to_bytes(2, "big") + b"\x80\0\0" + b"\x55" * 91
+        for i in broken_stream.of(packets, NULL, 0, len(packets))[::2]:
+            packets[i] = broken_stream.Packet(self.SUBTITLE, subtitle.ljust(184, b"\xff"), True)
+        packets[broken_stream.of(packets, AUDIO, 0, len(packets))[-1]].scrambled = True
+        return packets
+
+    def test_are_given_what_is_in_the_stream(self):
+        packets = self.stream()
+        path = planned("ports.ts", packets)
+
+        def size(pid, first):
+            """Payload of clear packets from the first that begins a PES packet."""
+            return sum(176 if packet.pcr is not None else 184 for packet in packets[first:]
+                       if packet.pid == pid and not packet.scrambled)
+
+        def starts(pid):
+            return sum(packet.pid == pid and packet.start for packet in packets)
+
+        subtitles = starts(self.SUBTITLE)
+        found = report("ports", path)
+        stc = found.pop("stc")
+        self.assertEqual(found, {
+            "service_id": 1,
+            "ports": [
+                {"port": "vdec0", "pid": VIDEO, "codec": "MPEG-2 video", "scrambled": False,
+                 "bytes": size(VIDEO, 7), "pes_packets": starts(VIDEO),
+                 "first_pts": 7 * 90, "last_pts": 4987 * 90},
+                {"port": "adec0", "pid": AUDIO, "codec": "MPEG-1 audio", "scrambled": True,
+                 "bytes": size(AUDIO, 8), "pes_packets": starts(AUDIO),
+                 "first_pts": 8 * 90, "last_pts": 4988 * 90},
+            ],
+            "texts": [{"kind": "subtitle", "pid": self.SUBTITLE, "bytes": 100 * subtitles,
+                       "pes_packets": subtitles}],
+        })
+        # Of the last PCR, from which the clock runs on.
+        self.assertGreaterEqual(stc, self.BEGIN + 4.985)
+        self.assertLess(stc, self.BEGIN + 60)
+        said = " ".join(run("ports", path, text=True).stdout.split())
+        for part in (
+            f"vdec0 256 0x0100 MPEG-2 video {size(VIDEO, 7)} bytes {starts(VIDEO)} PES "
+            "PTS 0.007 to 4.987 s adec0",
+            f"adec0 257 0x0101 MPEG-1 audio {size(AUDIO, 8)} bytes {starts(AUDIO)} PES "
+            "PTS 0.008 to 4.988 s scrambled subtitle",
+            f"subtitle 258 0x0102 DVB subtitles {100 * subtitles} bytes {subtitles} PES STC 10",
+            "DVR: 940000 bytes, 5000 packets",
+        ):
+            self.assertIn(part, said)
+
+
 class Atsc(unittest.TestCase):
     def test_channels_and_guide_are_read(self):
         path = temporary("atsc.ts")
@@ -119,6 +185,91 @@ class Isdb(unittest.TestCase):
                          ["subtitle"])
 
 
+class Snapshots(unittest.TestCase):
+    COLUMNS, LINES, BARS = 72, 20, 7
+    # Colours of the bars, and of what is below them from two thirds of the height on.
+    UPPER = ("white", "yellow", "cyan", "green", "magenta", "red", "blue")
+    LOWER = ("blue", "black", "magenta", "black", "cyan", "black", "white")
+    NAMES = {(r > 0, g > 0, b > 0): name for r, g, b, name in (
+        (0, 0, 0, "black"), (0, 0, 1, "blue"), (0, 1, 0, "green"), (0, 1, 1, "cyan"),
+        (1, 0, 0, "red"), (1, 0, 1, "magenta"), (1, 1, 0, "yellow"), (1, 1, 1, "white"))}
+
+    def shown(self, *arguments, colours):
+        """What a terminal is sent."""
+        environment = {key: value for key, value in os.environ.items() if key != "COLORTERM"}
+        ours, theirs = pty.openpty()
+        with subprocess.Popen(
+                [PROGRAM, "watch", "--force", "--snapshot", temporary("shown.png"), own_stream(),
+                 *arguments], stdout=theirs, stderr=subprocess.DEVNULL,
+                env={**environment, **({"COLORTERM": "truecolor"} if colours else {})}) as process:
+            os.close(theirs)
+            shown = b""
+            try:
+                while piece := os.read(ours, 65536):
+                    shown += piece
+            except OSError:  # the other side is closed
+                pass
+            os.close(ours)
+            self.assertEqual(process.wait(60), 0)
+        return shown.decode()
+
+    def name(self, colour):
+        for value in colour:
+            self.assertTrue(value < 40 or value > 215, colour)
+        return self.NAMES[tuple(value > 128 for value in colour)]
+
+    def test_are_drawn_in_terminals_with_colours(self):
+        rows = [[[int(number) for number in cell] for cell in re.findall(
+            r"\x1b\[38;2;(\d+);(\d+);(\d+)m\x1b\[48;2;(\d+);(\d+);(\d+)m\u2580", line)]
+                for line in self.shown(colours=True).splitlines()]
+        self.assertEqual([len(row) for row in rows], [self.COLUMNS] * self.LINES + [0])
+        middles = [(2 * bar + 1) * self.COLUMNS // (2 * self.BARS) for bar in range(self.BARS)]
+        # The upper half of line 13 ends at 27/40 of the height.
+        for line, upper, lower in ((8, self.UPPER, self.UPPER), (13, self.UPPER, self.LOWER)):
+            cells = [rows[line][middle] for middle in middles]
+            self.assertEqual(tuple(self.name(cell[:3]) for cell in cells), upper, line)
+            self.assertEqual(tuple(self.name(cell[3:]) for cell in cells), lower, line)
+
+    def test_are_not_drawn_elsewhere(self):
+        for shown in (self.shown(colours=False), self.shown("--json", colours=True),
+                      run("watch", "-f", "--snapshot", temporary("shown.png"), own_stream(),
+                          env={**os.environ, "COLORTERM": "truecolor"}, text=True).stdout):
+            self.assertIn("shown.png", shown)
+            self.assertNotIn("\x1b", shown)
+
+    def test_say_why_there_is_no_picture(self):
+        def none_sent(packet):
+            packet.pid = NULL if packet.pid == VIDEO else packet.pid
+
+        def no_data(packet):
+            if packet.pid == VIDEO:
+                packet.payload, packet.start = bytes(176), False
+
+        def zeros(packet):
+            if packet.pid == VIDEO:
+                packet.payload = bytes(176)
+
+        def scrambled(packet):
+            packet.scrambled = packet.pid == VIDEO
+
+        for change, status, reason in (
+            (none_sent, 5, "named but not sent"),
+            (no_data, 5, "sent, but no PES packet in it holds data"),
+            (zeros, 5, "sent, but no PES packet in it holds data"),
+            (scrambled, 6, "scrambled"),
+        ):
+            packets = broken_stream.plan(2)
+            for packet in packets:
+                change(packet)
+            path = planned("without.ts", packets)
+            for choice in ([], ["--service", "1"]):
+                result = run("watch", "--snapshot", temporary("none"), *choice, path, text=True)
+                self.assertEqual(
+                    (result.returncode, result.stderr),
+                    (status, f"vantrel watch: {'' if choice else 'no picture: '}service 1: "
+                             f"the video on PID 256 is {reason}\n"), change)
+
+
 @needs_streams
 class Pictures(unittest.TestCase):
     CLEAR = {
@@ -127,7 +278,8 @@ class Pictures(unittest.TestCase):
         "h264-mp2.ts": (1024, 576),
         "scrambled.ts": (1920, 1080),
     }
-    WITHOUT = {"eit.ts": (5, "no service"), "isdb.ts": (6, "scrambled")}
+    WITHOUT = {"eit.ts": (5, "no service"), "isdb.ts": (6, "scrambled"),
+               "atsc.ts": (5, "no service with streams in it; there are: none")}
 
     def test_are_shown_where_there_is_clear_video(self):
         for name, size in self.CLEAR.items():
@@ -138,6 +290,7 @@ class Pictures(unittest.TestCase):
             result = run("watch", "--snapshot", temporary("none"), captured(name), text=True)
             self.assertEqual(result.returncode, status, result.stderr)
             self.assertIn(reason, result.stderr, name)
+            self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
 
 
 @needs_streams

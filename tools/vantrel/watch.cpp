@@ -54,7 +54,9 @@ std::string read_video(Input& input, const Programme& programme, const StreamInf
                          std::to_string(video.pid) + " is ";
   if (!pes.payload().empty()) return pes.payload();
   if (rates.pid(video.pid).scrambled > 0) throw Failure(Status::kScrambled, on + "scrambled");
-  throw Failure(Status::kNotFound, on + "named but not sent");
+  const bool sent = rates.pid(video.pid).packets > 0;
+  throw Failure(Status::kNotFound,
+                on + (sent ? "sent, but no PES packet in it holds data" : "named but not sent"));
 }
 
 Picture picture_of(Input& input, const Programme& programme) {
