@@ -61,8 +61,10 @@ TEST(Locks, SurviveLinkingAgainstWritesStartsAndStops) {
     linker.join();
     writer.join();
     // What the writer wrote last may be of the time before the last start.
-    element.set("vpid", 110U);
-    element.set("apid", 210U);
+    for (const guint last : {9U, 10U}) {
+      element.set("vpid", 100 + last);
+      element.set("apid", 200 + last);
+    }
     element.set("ad-mode", FALSE);
     EXPECT_EQ(filters(0), (std::multiset<int>{110, 210}));
     element.go(GST_STATE_READY);
