@@ -114,7 +114,11 @@ TEST(Pads, ADecoderThatRefusesCapsDisturbsNobody) {
   video.answer([](GstEvent* event) -> gboolean { return GST_EVENT_TYPE(event) != GST_EVENT_CAPS; });
   element.set("vpid", 1U);
   element.go(GST_STATE_PAUSED);
+  Log log;
   EXPECT_TRUE(video.link(element.get(), "video-src"));
+  EXPECT_TRUE(
+      log.has("video-src: the decoder refuses video/mpeg, mpegversion=(int)2, "
+              "systemstream=(boolean)false"));
   element.go(GST_STATE_PLAYING);
   video.take();
   element.set("videodec-device", "vdec0");
